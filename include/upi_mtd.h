@@ -7,6 +7,7 @@
 #define UPI_MTD_H
 
 #include <mtd/mtd-user.h>
+#include <sys/ioctl.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -58,7 +59,7 @@ constexpr int kMtdOpenFlags = 0x1002;
 // Bytes of the buffer that mtd_find() gets for a node's path.
 constexpr unsigned kMtdPathSize = 256;
 
-// Bytes of a buffer for an MTD name; the A/B naming rule keeps at most 30 characters in it.
+// Bytes of a buffer for an MTD name.
 constexpr size_t kMtdNameSize = 32;
 
 // The platform flash driver's requests on an open MTD descriptor, argument 0.
@@ -112,18 +113,25 @@ UPI_EXPORT int mtd_erase_partition(int target, const char* partition_name);
 
 namespace upi {
 
-// Forms a system's MTD name from a table name: B's has the digit 2 appended. `name` is read up to
-// 30 bytes and needs no terminator then.
-void form_mtd_name(char (&mtd_name)[kMtdNameSize], const char* name, bool system_b);
+// `limit` for form_mtd_name(), of all names but those of a synchronisation.
+constexpr size_t kMtdNameLimit = kMtdNameSize - 1;
+
+// Forms a system's MTD name from a table name: B's has the digit 2 appended. The result is cut to
+// `limit` bytes with its terminator. A `name` of `limit` bytes or more needs no terminator.
+void form_mtd_name(char (&mtd_name)[kMtdNameSize], size_t limit, const char* name, bool system_b);
 
 // Fills the geometry of `mtd_info` from the kernel's reply; its descriptor is left alone.
 void fill_geometry(partition_mtd_info_t* mtd_info, const mtd_info_user& reply);
 
 // Erases every good block of the MTD partition `mtd_name`, speaking as `speaker` and calling the
-// partition `shown_name`. Returns 0 when the geometry could be read, else -1; `*opened` tells
-// whether the walk got as far as having the node open.
-int erase_good_blocks(const char* speaker, const char* mtd_name, const char* shown_name,
-                      bool* opened);
+// partition `shown_name`. Returns false when its node could not be opened; otherwise `*result` is
+// 0 when the geometry could be read, else -1.
+bool erase_good_blocks(const char* speaker, const char* mtd_name, const char* shown_name,
+                       int* result);
+
+inline uint32_t smaller(uint32_t a, uint32_t b) {
+  return a < b ? a : b;
+}
 
 }  // namespace upi
 

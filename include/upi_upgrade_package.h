@@ -62,6 +62,8 @@ static_assert(sizeof(extra_head_info_t) == 120);
 static_assert(offsetof(extra_head_info_t, offset) == 36);
 static_assert(offsetof(extra_head_info_t, hash) == 48);
 
+struct platform_partition_info_t;
+
 // The loaded package; the loader owns every member.
 struct upgrade_package_info_t {
   upgrade_package_head_info_t* head;
@@ -121,6 +123,10 @@ UPI_EXPORT int is_upgrade_package_file_valid(int fd);
 // 0 when the entries' names fit the head's upgrade_type and the partition table file, else -1. A
 // table of more than 7 platform or OEM entries is reported and passes.
 UPI_EXPORT int is_upgrade_type_valid(upgrade_package_info_t* package_info);
+
+// 0 when one of the `count` entries of a list has this entry's name, else -1.
+UPI_EXPORT int is_partition_exist_system(const partition_head_info_t* partition_info,
+                                         const platform_partition_info_t* list, unsigned int count);
 
 // Write the loaded package to the log.
 UPI_EXPORT void show_upgrade_package_info(void);

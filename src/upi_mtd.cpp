@@ -1,0 +1,367 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "upi_mtd.h"
+
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "upi_img_interface.h"
+#include "upi_log.h"
+#include "upi_owner.h"
+#include "upi_public.h"
+
+static_assert(kMtdOpenFlags == (O_RDWR | O_DSYNC));
+
+namespace {
+
+constexpr char kMtdTablePath[] = "/proc/mtd";
+
+// One line of the kernel's table.
+struct MtdEntry {
+  int number;
+  unsigned size;        // bytes
+  unsigned erase_size;  // bytes
+  char name[64];
+};
+
+// Reads on to the first entry of this name. Headings and fragments of over-long lines do not parse
+// and are passed over. Returns false at the end of the table.
+bool find_mtd_entry(FILE* table, const char* name, MtdEntry* entry) {
+  char line[128];
+  while (fgets(line, sizeof(line), table) != nullptr) {
+    *entry = {};
+    const int values = sscanf(line, "mtd%d: %x %x \"%63[^\"]", &entry->number, &entry->size,
+                              &entry->erase_size, entry->name);
+    if (values == 4 && strcmp(entry->name, name) == 0) {
+      return true;
+    }
+  }
+  return false;
+}
+
+// Stem of a kind of node's path, or null for a kind that has none.
+const char* node_stem(device_type_t device_type) {
+  switch (device_type) {
+    case DEVICE_MTD:
+      return "/dev/mtd";
+    case DEVICE_ZFTL:
+      return "/dev/zftl";
+    case DEVICE_MTD_BLOCK:
+      return "/dev/mtdblock";
+    default:
+      return nullptr;
+  }
+}
+
+// Writes the path of the entry's node, cut to `path_size` bytes.
+int put_node_path(const MtdEntry& entry, char* path, device_type_t device_type,
+                  unsigned int path_size) {
+  memset(path, 0, path_size);
+  const char* stem = node_stem(device_type);
+  if (stem == nullptr) {
+    UPI_LOG_AS("mtd_find", "unknown device type %d", device_type);
+    return -1;
+  }
+  snprintf(path, path_size, "%s%d", stem, entry.number);
+  UPI_LOG_AS("mtd_find", "o_mtd_path=[%s]", path);
+  return 0;
+}
+
+bool is_node_kind(int partition_type) {
+  return partition_type >= DEVICE_MTD && partition_type <= DEVICE_MTD_BLOCK;
+}
+
+void log_geometry(const char* speaker, const partition_mtd_info_t& info) {
+  UPI_LOG_AS(speaker, "Mtd info:");
+  UPI_LOG_AS(speaker, "Mtd Blocksize:%d:", static_cast<int>(info.mtd_blocksize));
+  UPI_LOG_AS(speaker, "Mtd oobsize:%d:", static_cast<int>(info.mtd_oobsize));
+  UPI_LOG_AS(speaker, "Mtd pageperblock:%d:", static_cast<int>(info.mtd_pageperblock));
+  UPI_LOG_AS(speaker, "Mtd pagesize:%d:", static_cast<int>(info.mtd_pagesize));
+  UPI_LOG_AS(speaker, "Mtd totalsize:%d:", static_cast<int>(info.mtd_totalsize));
+  UPI_LOG_AS(speaker, "mtd partition file description:%d", info.parti_file_desc);
+}
+
+// Opens the node at `path` for reading and writing; logs a failure. Returns the descriptor or -1.
+int open_node(const char* speaker, const char* path) {
+  const int fd = open(path, kMtdOpenFlags);
+  if (fd < 0) {
+    UPI_LOG_AS(speaker, "Open flash error:%d[%s]", errno, strerror(errno));
+  }
+  return fd;
+}
+
+// Reads the geometry through the descriptor in `mtd_info`; logs it, or the failure.
+bool read_geometry(const char* speaker, partition_mtd_info_t* mtd_info) {
+  mtd_info_user reply = {};
+  if (ioctl(mtd_info->parti_file_desc, MEMGETINFO, &reply) != 0) {
+    UPI_LOG_AS(speaker, "Get flash info error:%d[%s]", errno, strerror(errno));
+    return false;
+  }
+  upi::fill_geometry(mtd_info, reply);
+  log_geometry(speaker, *mtd_info);
+  return true;
+}
+
+void erase_one_block(const char* speaker, int fd, uint64_t start, uint32_t size) {
+  auto offset = static_cast<__kernel_loff_t>(start);
+  if (ioctl(fd, MEMGETBADBLOCK, &offset) != 0) {
+    UPI_LOG_AS(speaker, "Mtd, not erasing bad block at 0x%llx",
+               static_cast<unsigned long long>(start));
+    return;
+  }
+  erase_info_user64 range = {start, size};
+  if (ioctl(fd, MEMERASE64, &range) < 0) {
+    UPI_LOG_AS(speaker, "Mtd, erasing failure at 0x%llx, error:%d[%s]",
+               static_cast<unsigned long long>(start), errno, strerror(errno));
+  }
+}
+
+int erase_open_partition(const char* speaker, int fd, const char* shown_name) {
+  mtd_info_user reply = {};
+  if (ioctl(fd, MEMGETINFO, &reply) != 0) {
+    UPI_LOG_AS(speaker, "Get partition [%s] info error:%d[%s]", shown_name, errno, strerror(errno));
+    return -1;
+  }
+  if (reply.erasesize == 0) {
+    return 0;
+  }
+  for (uint64_t start = 0; start < reply.size; start += reply.erasesize) {
+    erase_one_block(speaker, fd, start, reply.erasesize);
+  }
+  return 0;
+}
+
+int write_block(partition_mtd_info_t* mtd_info, int address, unsigned char* block) {
+  const int result = VEMK_WriteBlock(mtd_info, address, block);
+  if (result < 0) {
+    UPI_LOG_AS("write_mtd_partition_data", "Write data to mtd fail!");
+  }
+  return result;
+}
+
+// Writes the last piece of the data, smaller than a block, as a block filled up with 0xFF.
+int write_tail(partition_mtd_info_t* mtd_info, int address, const unsigned char* data,
+               uint32_t size) {
+  upi::Buffer block(mtd_info->mtd_blocksize);
+  if (!block) {
+    UPI_LOG_AS("write_mtd_partition_data", "Malloc for the lash block fail!");
+    return -1;
+  }
+  block.fill(0xFF);
+  memcpy(block.get(), data, size);
+  return write_block(mtd_info, address, block.get());
+}
+
+}  // namespace
+
+namespace upi {
+
+void form_mtd_name(char (&mtd_name)[kMtdNameSize], size_t limit, const char* name, bool system_b) {
+  memset(mtd_name, 0, sizeof(mtd_name));
+  const size_t most = limit - 1;
+  const size_t length = strnlen(name, most);
+  memcpy(mtd_name, name, length);
+  if (system_b && length < most) {
+    mtd_name[length] = '2';
+  }
+}
+
+void fill_geometry(partition_mtd_info_t* mtd_info, const mtd_info_user& reply) {
+  mtd_info->mtd_totalsize = reply.size;
+  mtd_info->mtd_pageperblock = reply.writesize == 0 ? 0 : reply.erasesize / reply.writesize;
+  mtd_info->mtd_blocksize = reply.erasesize;
+  mtd_info->mtd_pagesize = reply.writesize;
+  mtd_info->mtd_oobsize = reply.oobsize;
+}
+
+bool erase_good_blocks(const char* speaker, const char* mtd_name, const char* shown_name,
+                       int* result) {
+  char path[kMtdPathSize];
+  if (mtd_find(mtd_name, path, DEVICE_MTD, sizeof(path)) < 0) {
+    UPI_LOG_AS(speaker, "Mtd_find %s failed", shown_name);
+    return false;
+  }
+  const int fd = open(path, kMtdOpenFlags);
+  if (fd < 0) {
+    UPI_LOG_AS(speaker, "Open partition [%s] error, error:%d[%s]", shown_name, errno,
+               strerror(errno));
+    return false;
+  }
+  *result = erase_open_partition(speaker, fd, shown_name);
+  if (close(fd) != 0) {
+    UPI_LOG_AS(speaker, "Close partition [%s] fd fail, error:%d[%s]", shown_name, errno,
+               strerror(errno));
+  }
+  return true;
+}
+
+}  // namespace upi
+
+int mtd_find(const char* i_parti_name, char* o_mtd_path, device_type_t device_type,
+             unsigned int o_mtd_path_len) {
+  if (o_mtd_path_len == 0) {
+    UPI_LOG("Input para invalid, o_mtd_path_len is NULL!");
+    return -1;
+  }
+  FILE* table = fopen(kMtdTablePath, "r");
+  if (table == nullptr) {
+    UPI_LOG("open file /proc/mtd error:%d[%s]", errno, strerror(errno));
+    return -1;
+  }
+  UPI_LOG("partition name:%s, type:%d", i_parti_name, device_type);
+  MtdEntry entry;
+  int result = -1;
+  if (find_mtd_entry(table, i_parti_name, &entry)) {
+    result = put_node_path(entry, o_mtd_path, device_type, o_mtd_path_len);
+  } else {
+    UPI_LOG("Get info from mtd error:%d[%s]", errno, strerror(errno));
+  }
+  fclose(table);
+  return result;
+}
+
+int is_partition_exist(int target, char* i_parti_name) {
+  UPI_LOG("%s func begin!", __func__);
+  FILE* table = fopen(kMtdTablePath, "r");
+  if (table == nullptr) {
+    UPI_LOG("Fopen file error:%d[%s]", errno, strerror(errno));
+    return -1;
+  }
+  char mtd_name[kMtdNameSize];
+  upi::form_mtd_name(mtd_name, upi::kMtdNameLimit, i_parti_name, target == kSystemB);
+  MtdEntry entry;
+  const bool found = find_mtd_entry(table, mtd_name, &entry);
+  if (found) {
+    UPI_LOG("Mtd :[%s] exist, size:%d", mtd_name, static_cast<int>(entry.size));
+  } else {
+    UPI_LOG("Get info from mtd error:%d[%s]", errno, strerror(errno));
+  }
+  fclose(table);
+  if (!found) {
+    return -1;
+  }
+  UPI_LOG("%s func end!", __func__);
+  return 0;
+}
+
+int get_partition_mtd_info(const char* partition_name, int partition_type,
+                           partition_mtd_info_t* mtd_info) {
+  if (partition_name == nullptr) {
+    UPI_LOG("partition name =null");
+    return -1;
+  }
+  if (!is_node_kind(partition_type)) {
+    UPI_LOG("partition_type =%d", partition_type);
+    return -1;
+  }
+  char path[kMtdPathSize];
+  if (mtd_find(partition_name, path, static_cast<device_type_t>(partition_type), sizeof(path)) !=
+      0) {
+    UPI_LOG("Partition [%s] not found!", partition_name);
+    return -1;
+  }
+  const int fd = open_node(__func__, path);
+  if (fd < 0) {
+    return -1;
+  }
+  mtd_info->parti_file_desc = fd;
+  if (partition_type != DEVICE_MTD) {
+    UPI_LOG("Partition [%s] type:%d, could not update!", partition_name, partition_type);
+  } else if (read_geometry(__func__, mtd_info)) {
+    return 0;
+  }
+  if (close(fd) != 0) {
+    UPI_LOG("Close file error, error:%s", strerror(errno));
+  }
+  return -1;
+}
+
+int get_partition_update_info(int /*target*/, const char* partition_name,
+                              device_data_t* device_data) {
+  if (partition_name == nullptr) {
+    UPI_LOG("partition name =null");
+    return -1;
+  }
+  const int partition_type = device_data->partition_type;
+  if (!is_node_kind(partition_type)) {
+    UPI_LOG("partition_type =%d", partition_type);
+    return -1;
+  }
+  char path[kMtdPathSize];
+  if (mtd_find(partition_name, path, static_cast<device_type_t>(partition_type), sizeof(path)) !=
+      0) {
+    UPI_LOG("partition name is not find");
+    return -1;
+  }
+  const int fd = open_node(__func__, path);
+  if (fd < 0) {
+    return -1;
+  }
+  device_data->mtd_info.parti_file_desc = fd;
+  if (partition_type != DEVICE_MTD || read_geometry(__func__, &device_data->mtd_info)) {
+    return 0;
+  }
+  if (close(fd) != 0) {
+    UPI_LOG("Close file error, error:%d[%s]", errno, strerror(errno));
+  }
+  return -1;
+}
+
+int read_mtd_partition_data(partition_mtd_info_t* mtd_info, int offset, int len, char* read_data) {
+  UPI_LOG("%s func begin!", __func__);
+  UPI_LOG("Read mtd partition data, total read len:%d, offset:%d", len, offset);
+  auto* data = reinterpret_cast<unsigned char*>(read_data);
+  const uint32_t total = len > 0 ? static_cast<uint32_t>(len) : 0;
+  uint32_t done = 0;
+  while (done < total) {
+    const uint32_t chunk = upi::smaller(total - done, mtd_info->mtd_blocksize);
+    const auto address = static_cast<int>(static_cast<uint32_t>(offset) + done);
+    if (chunk == 0 || VEMK_ReadImage(mtd_info, data + done, address, static_cast<int>(chunk)) < 0) {
+      return -1;
+    }
+    done += chunk;
+  }
+  UPI_LOG("%s func end!", __func__);
+  return static_cast<int>(done);
+}
+
+int write_mtd_partition_data(partition_mtd_info_t* mtd_info, int offset, int len,
+                             unsigned char* write_data) {
+  UPI_LOG("%s func begin!", __func__);
+  UPI_LOG("Mtd fd:%d", mtd_info->parti_file_desc);
+  const uint32_t total = len > 0 ? static_cast<uint32_t>(len) : 0;
+  uint32_t done = 0;
+  while (done < total) {
+    const uint32_t chunk = upi::smaller(total - done, mtd_info->mtd_blocksize);
+    const auto address = static_cast<int>(static_cast<uint32_t>(offset) + done);
+    const int result = chunk > 0 && chunk == mtd_info->mtd_blocksize
+                           ? write_block(mtd_info, address, write_data + done)
+                           : write_tail(mtd_info, address, write_data + done, chunk);
+    if (result < 0) {
+      return -1;
+    }
+    done += chunk;
+  }
+  UPI_LOG("%s func end!", __func__);
+  return 0;
+}
+
+int mtd_erase_partition(int target, const char* partition_name) {
+  UPI_LOG("%s func begin!", __func__);
+  if (partition_name == nullptr) {
+    return -1;
+  }
+  char mtd_name[kMtdNameSize];
+  upi::form_mtd_name(mtd_name, upi::kMtdNameLimit, partition_name, target == kSystemB);
+  UPI_LOG("partition name:%s, real name:%s", partition_name, mtd_name);
+  int result = -1;
+  if (!upi::erase_good_blocks(__func__, mtd_name, partition_name, &result)) {
+    return -1;
+  }
+  UPI_LOG("%s func end!", __func__);
+  return result;
+}

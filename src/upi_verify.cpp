@@ -1,0 +1,147 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "upi_verify.h"
+
+#include "upi_hash.h"
+#include "upi_log.h"
+#include "upi_mtd.h"
+#include "upi_public.h"
+
+namespace {
+
+constexpr unsigned kHeadSize = sizeof(upgrade_package_head_info_t);
+
+char* digest_text(uint8_t* digest) {
+  return reinterpret_cast<char*>(digest);
+}
+
+int end_verification(bool verified, unsigned start) {
+  if (verified) {
+    UPI_LOG_AS("upi_verify", "-------------- Verify Takes %us --------------",
+               (timestamp_now() - start) / 1000000);
+    UPI_LOG_AS("upi_verify", "<<<<<<<<<<verify upgrade package Success>>>>>>>>>>>");
+  } else {
+    UPI_LOG_AS("upi_verify", "<<<<<<<<<<verify upgrade package Failed>>>>>>>>>>>");
+  }
+  deinit_upgrade_package_info();
+  upi_set_upgrade_status(verified ? UPGRADE_STATUS_VERIFY_SUCCESS : UPGRADE_STATUS_VERIFY_FAIL);
+  return verified ? 0 : -1;
+}
+
+bool verify_images(partition_head_info_t* entries, int count) {
+  for (int i = 0; i < count; ++i) {
+    const int limit = upi::partition_name_limit(&entries[i]);
+    const char* name = entries[i].name;
+    UPI_LOG_AS("verify_partition_info", "--------verify partition package info:%.*s---------------",
+               limit, name);
+    if (verify_partition_package(&entries[i]) != 0) {
+      UPI_LOG_AS("verify_partition_info",
+                 "--------verify partition [%.*s] package info fail-----------\n", limit, name);
+      return false;
+    }
+    UPI_LOG_AS("verify_partition_info",
+               "--------verify partition [%.*s] package info end-----------\n", limit, name);
+  }
+  return true;
+}
+
+bool verify_target(int target, partition_head_info_t* entries, int count) {
+  for (int i = 0; i < count; ++i) {
+    if (entries == nullptr) {
+      UPI_LOG_AS("verify_partition_info", "Partition index [%d] info is null!", i);
+      return false;
+    }
+    const int limit = upi::partition_name_limit(&entries[i]);
+    const char* name = entries[i].name;
+    UPI_LOG_AS("verify_partition_info", "--------verify partition [%.*s] mtd info---------------",
+               limit, name);
+    if (verify_partition_mtd(target, &entries[i]) != 0) {
+      UPI_LOG_AS("verify_partition_info",
+                 "--------verify partition [%.*s] mtd info fail-----------\n", limit, name);
+      return false;
+    }
+    UPI_LOG_AS("verify_partition_info", "--------verify partition [%.*s] mtd info end-----------\n",
+               limit, name);
+  }
+  return true;
+}
+
+}  // namespace
+
+int upi_verify(void) {
+  UPI_LOG("<<<<<<<<<<start verifying upgrade package>>>>>>>>>>>");
+  const unsigned start = timestamp_now();
+  upi_set_upgrade_status(UPGRADE_STATUS_VERIFING);
+  if (init_upgrade_package_info(UPGRADE_PACKAGE_PATH) != 0) {
+    UPI_LOG("Init upgrade package info fail");
+    return end_verification(false, start);
+  }
+  return end_verification(verify() == 0, start);
+}
+
+int verify(void) {
+  upgrade_package_info_t* package_info = get_upgrade_package_info();
+  if (package_info == nullptr) {
+    UPI_LOG("Get upgrade package info fail!");
+    return -1;
+  }
+  return verify_upgrade_package_hash(package_info) == 0 ? verify_partition_info() : -1;
+}
+
+int verify_upgrade_package_hash(upgrade_package_info_t* package_info) {
+  unsigned char digest[256] = {};
+  if (get_hash_from_fd(HASH_TYPE_SHA_512, package_info->upgrade_package_file_desc, kHeadSize,
+                       package_info->upgrade_package_file_size - kHeadSize, 0, digest) != 0) {
+    UPI_LOG("Get upgrade package hash fail");
+    return -1;
+  }
+  char* expected = digest_text(package_info->head->hash);
+  if (hash_compare(expected, digest_text(digest), HASH_SHA512) != 0) {
+    show_hash_hex(HASH_SHA512, "Verify upgrade package hash, get from delta:", expected);
+    show_hash_hex(HASH_SHA512,
+                  "Verify upgrade package hash, count from delta:", digest_text(digest));
+    return -1;
+  }
+  UPI_LOG("Verify upgrade package hash success!");
+  return 0;
+}
+
+int verify_partition_info(void) {
+  const int count = get_partition_num();
+  const int target = upi_get_target_upgrade_system();
+  if (target != kSystemA && target != kSystemB) {
+    return -1;
+  }
+  partition_head_info_t* entries = get_partition_head_info();
+  return verify_images(entries, count) && verify_target(target, entries, count) ? 0 : -1;
+}
+
+int verify_partition_package(partition_head_info_t* partition_info) {
+  unsigned char digest[kDigestSize] = {};
+  if (get_hash_from_fd(HASH_TYPE_SHA_512, get_upgrade_package_file_fd(),
+                       static_cast<unsigned>(partition_info->offset),
+                       static_cast<unsigned>(partition_info->len), 0, digest) != 0) {
+    UPI_LOG("Get partition [%.*s] hash from pacakge file fail!",
+            upi::partition_name_limit(partition_info), partition_info->name);
+    return -1;
+  }
+  char* expected = digest_text(partition_info->hash);
+  if (hash_compare(expected, digest_text(digest), HASH_SHA512) != 0) {
+    show_hash_hex(HASH_SHA512,
+                  "Verify upgrade package partition hash, get from delta head info: ", expected);
+    show_hash_hex(HASH_SHA512,
+                  "Verify upgrade package partition hash, count from delta partiontion content: ",
+                  digest_text(digest));
+    return -1;
+  }
+  UPI_LOG("Verify upgrade package hash success!");
+  return 0;
+}
+
+int verify_partition_mtd(int target, partition_head_info_t* partition_info) {
+  if (is_partition_exist(target, partition_info->name) != 0) {
+    UPI_LOG("There is no [%.*s] partition!", upi::partition_name_limit(partition_info),
+            partition_info->name);
+    return -1;
+  }
+  return 0;
+}
