@@ -198,14 +198,14 @@ void warn_of_zero_byte(const std::string& field, const Digest& digest, Findings&
   }
 }
 
+// Passes over what has no digest to speak of: a bad size or range has been found before.
 Findings check_digests(const ByteSource& source, const PackageView& package) {
   Findings findings;
-  if (package.file_size > kHeadSize) {
+  if (check_file_size(package.file_size).empty()) {
     append(findings, check_content_digest(source, package));
   }
   warn_of_zero_byte("head.hash", package.content_hash(), findings);
   for (const PackageEntry& entry : package.entries()) {
-    // A bad range has been found before.
     if (check_range(entry, package.file_size).empty()) {
       append(findings, check_entry_digest(source, entry));
     }
@@ -222,11 +222,15 @@ Findings check_digests(const ByteSource& source, const PackageView& package) {
 Findings check_package(const ByteSource& source, const PartitionTable* table) {
   PackageReading reading = read_package(source);
   Findings findings = std::move(reading.findings);
-  if (!reading.package) {
-    return findings;
+  if (reading.package) {
+    append(findings, check_structure(*reading.package, table));
+    append(findings, check_digests(source, *reading.package));
   }
-  const PackageView& package = *reading.package;
-  append(findings, check_file_size(package.file_size));
+  return findings;
+}
+
+Findings check_structure(const PackageView& package, const PartitionTable* table) {
+  Findings findings = check_file_size(package.file_size);
   append(findings, check_head(package));
   append(findings, check_entries(package));
   append(findings, check_names_together(package));
@@ -235,7 +239,6 @@ Findings check_package(const ByteSource& source, const PartitionTable* table) {
   if (table != nullptr && !package.partitions.empty()) {
     append(findings, match_table(package.head.upgrade_type, names_of(package.partitions), *table));
   }
-  append(findings, check_digests(source, package));
   return findings;
 }
 

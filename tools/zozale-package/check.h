@@ -16,6 +16,9 @@ namespace zozale {
 // most once and nothing outside the source. Throws Error when reading fails.
 Findings check_package(const ByteSource& source, const PartitionTable* table);
 
+// The same without reading a payload byte: head, tables, names and ranges, not the digests.
+Findings check_structure(const PackageView& package, const PartitionTable* table);
+
 // The digest over everything behind the head; an error when the head's differs.
 Findings check_content_digest(const ByteSource& source, const PackageView& package);
 

@@ -173,8 +173,10 @@ CLI::App* add_create(CLI::App& app, CreateArguments& arguments) {
   create->add_option("manifest", arguments.manifest,
                      "TOML manifest; its files' paths are relative to it");
   create->add_option("-o,--output", arguments.out, "Package to make")->required();
-  create->add_option("--partition", arguments.partitions, "Image as NAME=FILE; may be repeated");
-  create->add_option("--extra", arguments.extras, "Extra file as NAME=FILE; may be repeated");
+  create->add_option("--partition", arguments.partitions, "Image as NAME=FILE; may be repeated")
+      ->allow_extra_args(false);
+  create->add_option("--extra", arguments.extras, "Extra file as NAME=FILE; may be repeated")
+      ->allow_extra_args(false);
   create->add_option(
       "--type", arguments.type,
       "system (0, every partition of the table in its order), platform (1), oem (2)");
@@ -210,9 +212,12 @@ CLI::App* add_extract(CLI::App& app, zozale::ExtractPlan& plan) {
   extract->add_option("package", plan.package_path, "Package to read")->required();
   extract->add_option("-o,--output", plan.folder, "Folder for the files; made if need be")
       ->required();
-  extract->add_option("--partition", plan.partitions,
-                      "Take only this partition's image; may be repeated");
-  extract->add_option("--extra", plan.extras, "Take only this extra file; may be repeated");
+  extract
+      ->add_option("--partition", plan.partitions,
+                   "Take only this partition's image; may be repeated")
+      ->allow_extra_args(false);
+  extract->add_option("--extra", plan.extras, "Take only this extra file; may be repeated")
+      ->allow_extra_args(false);
   extract->add_flag("--force", plan.replace, "Replace files that exist");
   return extract;
 }
