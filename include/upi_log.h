@@ -6,6 +6,7 @@
 #define UPI_LOG_H
 
 #include "upi_export.h"
+#include "vemk_fota_ab_upgrade.h"
 
 #define UPI_LOG_PATH "/cache/ovu_fota_ab/upi_ab.log"
 
@@ -36,9 +37,6 @@ UPI_EXPORT unsigned int timestamp_now(void);
 // write, from `filename`, and stays open across calls; at 1 MiB the file is rotated. Errors are
 // reported on standard output only.
 UPI_EXPORT void upi_fwrite(char* filename, char* info);
-
-// Closes the log stream, if open; the next write opens it again.
-UPI_EXPORT void upi_close_logfile(void);
 
 }  // extern "C"
 

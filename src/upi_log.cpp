@@ -138,7 +138,7 @@ class Line {
     end_ = put_text(at, "]: ", 3);
   }
 
-  void to_console(const char* format, va_list arguments) {
+  __attribute__((format(printf, 2, 0))) void to_console(const char* format, va_list arguments) {
     va_list again;
     va_copy(again, arguments);
     const auto room = static_cast<size_t>(text_ + sizeof(text_) - kTrailerSize - end_) - 1;
@@ -173,12 +173,13 @@ class Line {
     const size_t size = strlen(now);
     char* start = text_ + kTimeRoom - size - 1;
     *start = '[';
-    memcpy(start + 1, now, size);
+    put_text(start + 1, now, size);
     return start;
   }
 
   // A line that outgrows the buffer. What fits is still more than the file gets.
-  void long_to_console(const char* format, va_list arguments) {
+  __attribute__((format(printf, 2, 0))) void long_to_console(const char* format,
+                                                             va_list arguments) {
     const char* start = put_time();
     fwrite(start, 1, static_cast<size_t>(end_ - start), stdout);
     vprintf(format, arguments);
@@ -232,7 +233,7 @@ void upi_fwrite(char* filename, char* info) {
   settle_write(filename, fprintf(s_FP_LOG, "%s%s", info, kTrailer));
 }
 
-void upi_close_logfile(void) {
+UPI_EXPORT void upi_close_logfile(void) {
   printf("Close /cache/fota_ab/upi_ab.log file!\n");
   if (s_FP_LOG != nullptr) {
     close_stream();
