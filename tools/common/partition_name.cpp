@@ -71,13 +71,14 @@ Findings find_repeated_names(const std::vector<NamedField>& names) {
 
 Findings find_twin_names(const std::vector<NamedField>& names) {
   Findings findings;
-  for (const NamedField& name : names) {
-    const auto twin = std::find_if(names.begin(), names.end(), [&name](const NamedField& other) {
-      return !name.name.empty() && other.name == name.name + "2";
+  for (const NamedField& twin : names) {
+    const auto base = std::find_if(names.begin(), names.end(), [&twin](const NamedField& other) {
+      return !other.name.empty() && twin.name == other.name + "2";
     });
-    if (twin != names.end()) {
-      add_error(findings, twin->field, in_quotes(twin->name),
-                "this is also system B's partition of " + in_quotes(name.name) + " (" + name.field +
+    if (base != names.end()) {
+      add_error(findings, twin.field, in_quotes(twin.name),
+                "this is also system B's partition of " + in_quotes(base->name) + " (" +
+                    base->field +
                     "): while system B runs, its own partition would be erased; rename one");
     }
   }

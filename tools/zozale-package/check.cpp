@@ -35,9 +35,17 @@ Findings check_file_size(uint64_t size) {
   return findings;
 }
 
+void warn_of_negative_count(const std::string& field, int32_t count, Findings& findings) {
+  if (count < 0) {
+    add_warning(findings, field, std::to_string(count), "a device takes it for 0");
+  }
+}
+
 Findings check_head(const PackageView& package) {
   const upgrade_package_head_info_t& head = package.head;
   Findings findings;
+  warn_of_negative_count("head.partition_num", head.partition_num, findings);
+  warn_of_negative_count("head.extra_num", head.extra_num, findings);
   if (package.partitions.empty()) {
     warn_of_no_partitions(findings);
   } else {
@@ -82,16 +90,15 @@ Findings check_range(const PackageEntry& entry, uint64_t file_size) {
               "a device cannot read there; 0 to 2147483647 are allowed");
     return findings;
   }
-  if (entry.end() > kMaxRangeEnd) {
-    add_error(findings, entry.field("len"), std::to_string(entry.len),
-              "with its offset " + std::to_string(entry.offset) +
-                  " the entry passes byte 2147483647, the last that a device reaches");
-  }
   if (!entry.is_within(file_size)) {
     add_error(findings, entry.field("len"), std::to_string(entry.len),
               "with its offset " + std::to_string(entry.offset) + " the entry ends at byte " +
                   std::to_string(entry.end()) + ", the file at byte " + std::to_string(file_size) +
                   ": a device would hash past the end of the file for ever");
+  } else if (entry.end() > kMaxRangeEnd) {
+    add_error(findings, entry.field("len"), std::to_string(entry.len),
+              "with its offset " + std::to_string(entry.offset) +
+                  " the entry passes byte 2147483647, the last that a device reaches");
   }
   return findings;
 }

@@ -83,7 +83,7 @@ void ManifestReader::read_numbers(const toml::table& root, PackagePlan& plan) co
   plan.package_type = integer32(root, "package_type", plan.package_type);
   plan.plat = integer32(root, "plat", plan.plat);
   plan.erase_block =
-      static_cast<uint32_t>(integer(root, "erase_block", 1, kMax).value_or(plan.erase_block));
+      static_cast<uint32_t>(integer(root, "erase_block", 0, kMax).value_or(plan.erase_block));
   if (root.contains("block_size")) {
     plan.block_size = integer32(root, "block_size", 0);
   }
