@@ -19,13 +19,12 @@
 #define SIM_ATTACH_H
 
 #include <cstdint>
-#include <functional>
-#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "sim/device.h"
+#include "sim/power.h"
 
 namespace sim {
 
@@ -107,15 +106,6 @@ class AllocationWatch {
   AllocationWatch& operator=(const AllocationWatch&) = delete;
   std::uint64_t allocations() const;
 };
-
-// --- Power cuts in process. ---
-
-// Exit status of a process whose power was cut.
-constexpr int kPowerCutStatus = 76;
-
-// What happens when the power goes: by default the process ends at once with kPowerCutStatus,
-// no destructor, no atexit handler, no flush. Null: the default again.
-void on_power_cut(std::function<void()> handler);
 
 }  // namespace sim
 

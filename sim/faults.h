@@ -110,7 +110,6 @@ class Faults {
   struct Memory;  // plain data, zero-filled: no fault
 
   explicit Faults(Memory& memory) : memory_(&memory) {}
-  static std::size_t memory_size();
 
   // Throws std::runtime_error when kMaxFaults are held.
   void add(const Fault& fault);
@@ -121,6 +120,8 @@ class Faults {
 
   // For the simulator: counts the operation against every fault of its kind.
   Struck meet(Op op, std::string_view partition, std::string_view path);
+  // The same by a caller's object file, of whose name a fault's place is a part.
+  Struck meet_caller(Op op, std::string_view object);
   // False as long as no fault of that kind is held: nothing to meet.
   bool any(Op op) const;
   // True when a fault of that kind is held that `path` could meet, struck or not.
@@ -129,6 +130,9 @@ class Faults {
   std::optional<PowerCut> meet_flash_operation();
 
  private:
+  template <typename Matches>
+  Struck meet_those(Op op, Matches matches);
+
   Memory* memory_;
 };
 
