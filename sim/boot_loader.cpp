@@ -4,9 +4,8 @@
 #include <algorithm>
 
 namespace sim {
-namespace {
 
-Health health(const BootRecord& record, System system, int most_attempts) {
+Health system_health(const BootRecord& record, System system, int most_attempts) {
   const std::int32_t status = record.status(system);
   if (status == kStatusSuccessful) {
     return Health::successful;
@@ -19,6 +18,8 @@ Health health(const BootRecord& record, System system, int most_attempts) {
   }
   return status == kStatusBootable ? Health::bootable : Health::unknown;
 }
+
+namespace {
 
 // A boot target that is neither system counts as A.
 System target(const BootRecord& record) {
@@ -82,35 +83,45 @@ bool both_hold(const RecordCopies& copies, const BootRecord& record) {
          (!copies.backup.block || copies.backup.record.bytes == record.bytes);
 }
 
-BootResult decide(Device& device, const RecordCopies& copies) {
+struct Decision {
+  BootResult result;
+  BootRecord record;  // as it is to stand on flash
+};
+
+Decision decide(Device& device) {
+  const RecordCopies copies = read_records(device);
   const RecordCopy* copy = copies.chosen();
   if (copy == nullptr) {
-    return without_record(copies);
+    return {without_record(copies), {}};
   }
   const int most = device.layout().boot_attempts;
   const System wanted = target(copy->record);
-  const BootRow& row =
-      boot_row(health(copy->record, wanted, most), health(copy->record, other(wanted), most));
-  BootResult result;
-  result.wanted = wanted;
-  result.row = &row;
-  result.started = row.start == Start::wanted ? wanted : other(wanted);
-  result.why = row.why;
-  const BootRecord record = noted(copy->record, row, wanted, result.started);
-  result.record_written = !both_hold(copies, record);
-  if (result.record_written) {
-    write_records(device, record);
-  }
-  return result;
+  const BootRow& row = boot_row(system_health(copy->record, wanted, most),
+                                system_health(copy->record, other(wanted), most));
+  Decision decision;
+  decision.result.wanted = wanted;
+  decision.result.row = &row;
+  decision.result.started = row.start == Start::wanted ? wanted : other(wanted);
+  decision.result.why = row.why;
+  decision.record = noted(copy->record, row, wanted, decision.result.started);
+  decision.result.record_written = !both_hold(copies, decision.record);
+  return decision;
 }
 
 }  // namespace
 
+BootResult next_boot(Device& device) {
+  return decide(device).result;
+}
+
 BootResult boot(Device& device) {
   device.set_power(Power::on);
-  BootResult result = decide(device, read_records(device));
-  device.power_on(result.started);
-  return result;
+  const Decision decision = decide(device);
+  if (decision.result.record_written) {
+    write_records(device, decision.record);
+  }
+  device.power_on(decision.result.started);
+  return decision.result;
 }
 
 BootHistory boot_until_up(Device& device, const std::vector<System>& dead, int limit) {

@@ -62,6 +62,9 @@ BootRecord factory_record();
 // Writes a record as a block of its own into the first two good blocks of "flags".
 void write_records(Device& device, const BootRecord& record);
 
+// A system as the boot table sees it.
+Health system_health(const BootRecord& record, System system, int most_attempts);
+
 struct BootResult {
   System started = System::a;
   std::optional<System> wanted;  // the record's boot target, when there is one
@@ -69,6 +72,9 @@ struct BootResult {
   std::string why;               // one sentence for a person
   bool record_written = false;   // attempts counted, or a copy that was bad or old made equal
 };
+
+// What boot() would do now; writes nothing.
+BootResult next_boot(Device& device);
 
 // Starts the device once: reads the record, decides, writes back what the decision counts, and
 // brings the device up in the system of its choice (Device::power_on).

@@ -22,7 +22,7 @@ template <typename RealCall>
 int on_path(Op op, const char* path, int flags, RealCall call) {
   const MappedPath mapped(path);
   if (mapped.foreign()) {
-    return call(path);
+    return call(mapped.passed);
   }
   const InSimulator in_simulator;
   const Errno outcome;
@@ -42,12 +42,13 @@ int on_path(Op op, const char* path, int flags, RealCall call) {
 // The path that a call without a meaning of its own in the simulator is to be made on.
 class HostPath {
  public:
-  explicit HostPath(const char* path) : mapped_(path), original_(path) {}
-  const char* get() const { return mapped_.kind == PathKind::file ? mapped_.host : original_; }
+  explicit HostPath(const char* path) : mapped_(path) {}
+  const char* get() const {
+    return mapped_.kind == PathKind::file ? mapped_.host : mapped_.passed;
+  }
 
  private:
   MappedPath mapped_;
-  const char* original_;
 };
 
 }  // namespace sim

@@ -27,7 +27,7 @@ template <typename RealOpen>
 int open_path(const char* path, int flags, mode_t mode, RealOpen real) {
   const MappedPath mapped(path);
   if (mapped.foreign()) {
-    const int fd = real(path, flags, mode);
+    const int fd = real(mapped.passed, flags, mode);
     sim::forget(fd);  // a number that was closed behind our back
     return fd;
   }

@@ -190,7 +190,7 @@ SIM_API char* realpath(const char* path, char* resolved) noexcept {
   REAL(realpath);
   const MappedPath mapped(path);
   if (mapped.foreign()) {
-    return real_realpath(path, resolved);
+    return real_realpath(mapped.passed, resolved);
   }
   if (mapped.kind == sim::PathKind::nothing) {
     errno = ENOENT;

@@ -15,7 +15,7 @@ FILE* open_stream(const char* path, const char* mode, RealOpen real) {
   if (!mapped.foreign()) {
     return sim::process_fopen(mapped, mode);
   }
-  FILE* stream = real(path, mode);
+  FILE* stream = real(mapped.passed, mode);
   if (stream != nullptr) {
     sim::forget(fileno(stream));  // a number that was closed behind our back
   }

@@ -102,9 +102,12 @@ void match_node(std::string_view path, MappedPath& out) {
   }
 }
 
+bool in_device_folder(std::string_view path) {
+  return inside(path, "/cache") || inside(path, "/etc_ro");
+}
+
 bool is_file(std::string_view path) {
-  return path == "/proc/mtd" || path == "/proc/cmdline" || inside(path, "/cache") ||
-         inside(path, "/etc_ro");
+  return path == "/proc/mtd" || path == "/proc/cmdline" || in_device_folder(path);
 }
 
 // A relative path counts from the working directory, which may lie inside the device's folder.
@@ -142,7 +145,7 @@ void set_root(const Device* device) {
   }
 }
 
-MappedPath::MappedPath(const char* original) {
+MappedPath::MappedPath(const char* original) : passed(original) {
   path[0] = '\0';
   host[0] = '\0';
   if (g_device == nullptr || original == nullptr || original[0] == '\0') {
@@ -157,6 +160,8 @@ MappedPath::MappedPath(const char* original) {
   if (kind == PathKind::foreign && !text.too_long()) {
     match_file(original, *this);
   }
+  // "/cache/.." leads out of the device by way of a folder that only the device has.
+  passed = foreign() && in_device_folder(original) && !text.too_long() ? path : original;
   keep.give(0);
 }
 

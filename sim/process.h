@@ -73,6 +73,7 @@ struct MappedPath {
   PathKind kind = PathKind::foreign;
   bool read_only = false;    // "/dev/mtdNro"
   std::uint32_t number = 0;  // of the node
+  const char* passed;        // foreign: what to hand on
   char path[PATH_MAX];       // on the device, normalised
   char host[PATH_MAX];       // files: where it is
 };
