@@ -1,0 +1,104 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "zozale/package_file.h"
+
+#include <unistd.h>
+
+#include "common/text.h"
+#include "zozale-package/check.h"
+#include "zozale/content.h"
+#include "zozale/failure.h"
+#include "zozale/terms.h"
+
+namespace zozale::tool {
+namespace {
+
+InputFile open_file() {
+  if (access(UPGRADE_PACKAGE_PATH, F_OK) != 0) {
+    throw Failure(kExitBadPackage, {"there is no upgrade package", UPGRADE_PACKAGE_PATH,
+                                    "no such file", "put the package there"});
+  }
+  return InputFile(UPGRADE_PACKAGE_PATH);
+}
+
+std::string in_one_line(const Finding& finding) {
+  return finding.field + (finding.value.empty() ? "" : " " + finding.value) + ": " + finding.text;
+}
+
+// Extra files do not matter to a device: it neither reads nor checks them.
+bool concerns_device(const Finding& finding) {
+  return finding.field.compare(0, 6, "extra[") != 0;
+}
+
+std::vector<std::string> lines_of(const Findings& findings, Severity severity) {
+  std::vector<std::string> lines;
+  for (const Finding& finding : findings) {
+    if (finding.severity == severity && concerns_device(finding)) {
+      lines.push_back(in_one_line(finding));
+    }
+  }
+  return lines;
+}
+
+// The warnings of a package without errors.
+std::vector<std::string> require_sound(const Findings& findings) {
+  std::vector<std::string> errors = lines_of(findings, Severity::kError);
+  if (errors.empty()) {
+    return lines_of(findings, Severity::kWarning);
+  }
+  const std::string first = errors.front();
+  errors.erase(errors.begin());
+  throw Failure(
+      kExitBadPackage,
+      {"the package is bad: " + first, "a package in which 'zozale-package check' finds no error",
+       counted(errors.size() + 1, "error"),
+       "fetch the package again, or make it again with zozale-package", errors});
+}
+
+void require_digest(const PackageFile& package, const std::string& what, uint64_t offset,
+                    uint64_t len, const Digest& stated) {
+  const Digest found = hash_range(package.file, offset, len).digest();
+  if (!equal_for_library(found, stated)) {
+    throw Failure(kExitBadPackage,
+                  {"the package is damaged: " + what + " does not match its digest", hex(stated),
+                   hex(found), "fetch the package again"});
+  }
+}
+
+}  // namespace
+
+PackageFile open_package() {
+  InputFile file = open_file();
+  PackageReading reading = read_package(file);
+  if (!reading.package) {
+    require_sound(reading.findings);
+  }
+  PackageView view = std::move(*reading.package);
+  std::vector<std::string> warnings = require_sound(check_structure(view, nullptr));
+  return {std::move(file), std::move(view), std::move(warnings)};
+}
+
+void check_digests(const PackageFile& package) {
+  const PackageView& view = package.view;
+  require_digest(package, "its content", kHeadSize, view.file_size - kHeadSize,
+                 view.content_hash());
+  for (const PackageEntry& entry : view.partitions) {
+    require_digest(package, "the image of " + printable(entry.name),
+                   static_cast<uint64_t>(entry.offset), static_cast<uint64_t>(entry.len),
+                   entry.hash);
+  }
+}
+
+void check_against_table(const PackageFile& package, const PartitionTable& table) {
+  require_sound(check_structure(package.view, &table));
+}
+
+Json to_json(const PackageView& package) {
+  return {{"path", UPGRADE_PACKAGE_PATH},
+          {"bytes", package.file_size},
+          {"type", upgrade_type_word(package.head.upgrade_type)},
+          {"version", package.head.upgrade_package_version},
+          {"version_from", field_text(package.head.version_src)},
+          {"version_to", field_text(package.head.version_dst)}};
+}
+
+}  // namespace zozale::tool

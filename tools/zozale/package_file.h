@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The upgrade package at its place on the device, looked at before the library sees it.
+#ifndef ZOZALE_TOOL_PACKAGE_FILE_H
+#define ZOZALE_TOOL_PACKAGE_FILE_H
+
+#include <string>
+#include <vector>
+
+#include "common/file.h"
+#include "common/partition_table.h"
+#include "zozale-package/package_view.h"
+#include "zozale/report.h"
+
+namespace zozale::tool {
+
+struct PackageFile {
+  InputFile file;
+  PackageView view;
+  std::vector<std::string> warnings;
+};
+
+// Opens the package. Throws Failure(kExitBadPackage) when there is none, and when it is one with
+// which the library would never end or would damage the running system; digests are not looked at.
+PackageFile open_package();
+
+// Computes every digest as the library does, without its log and the store. Throws
+// Failure(kExitBadPackage) for the first that differs.
+void check_digests(const PackageFile& package);
+
+// Compares the partitions with the device's table, as the library does when it loads a package.
+// Throws Failure(kExitBadPackage).
+void check_against_table(const PackageFile& package, const PartitionTable& table);
+
+// "path", "bytes", "type", "version", "version_from" and "version_to".
+Json to_json(const PackageView& package);
+
+}  // namespace zozale::tool
+
+#endif

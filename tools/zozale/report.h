@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// What a command tells: sentences for a person, or one JSON document with the same facts.
+#ifndef ZOZALE_TOOL_REPORT_H
+#define ZOZALE_TOOL_REPORT_H
+
+#include <string>
+
+#include "common/exit_codes.h"
+#include "zozale/failure.h"
+
+namespace zozale::tool {
+
+class Report {
+ public:
+  // With `json` nothing is printed before finish().
+  Report(const std::string& command, bool json);
+
+  bool json() const { return json_; }
+  // Members of the document beside "schema", "command", "warnings", "error" and "exit".
+  Json& data() { return data_; }
+
+  // A line on standard output.
+  void say(const std::string& line) const;
+  // A line on standard error, and among "warnings".
+  void warn(const std::string& text);
+  // On standard error, and as "error".
+  void fail(const Trouble& trouble);
+
+  // Prints the document. Returns `code`, or kExitFailed when standard output takes nothing more.
+  int finish(ExitCode code);
+
+ private:
+  std::string command_;
+  bool json_;
+  Json data_ = Json::object();
+  Json warnings_ = Json::array();
+  Json error_;
+};
+
+// One document in text form; bytes that are no UTF-8 are replaced.
+std::string dump(const Json& document, int indent);
+
+}  // namespace zozale::tool
+
+#endif
