@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <sys/statfs.h>
 #include <sys/statvfs.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -182,6 +183,28 @@ SIM_API int statvfs(const char* path, struct statvfs* info) noexcept {
 SIM_API int statvfs64(const char* path, struct statvfs64* info) noexcept {
   REAL(statvfs64);
   return real_statvfs64(HostPath(path).get(), info);
+}
+
+SIM_API ssize_t getxattr(const char* path, const char* name, void* value,
+                         std::size_t size) noexcept {
+  REAL(getxattr);
+  return real_getxattr(HostPath(path).get(), name, value, size);
+}
+
+SIM_API ssize_t lgetxattr(const char* path, const char* name, void* value,
+                          std::size_t size) noexcept {
+  REAL(lgetxattr);
+  return real_lgetxattr(HostPath(path).get(), name, value, size);
+}
+
+SIM_API ssize_t listxattr(const char* path, char* list, std::size_t size) noexcept {
+  REAL(listxattr);
+  return real_listxattr(HostPath(path).get(), list, size);
+}
+
+SIM_API ssize_t llistxattr(const char* path, char* list, std::size_t size) noexcept {
+  REAL(llistxattr);
+  return real_llistxattr(HostPath(path).get(), list, size);
 }
 
 // --- Paths that are results. --------------------------------------------------------------------

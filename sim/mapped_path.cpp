@@ -161,7 +161,9 @@ MappedPath::MappedPath(const char* original) : passed(original) {
     match_file(original, *this);
   }
   // "/cache/.." leads out of the device by way of a folder that only the device has.
-  passed = foreign() && in_device_folder(original) && !text.too_long() ? path : original;
+  if (foreign() && in_device_folder(original) && !text.too_long()) {
+    passed = path[0] == '\0' ? "/" : path;
+  }
   keep.give(0);
 }
 
