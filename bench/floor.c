@@ -260,7 +260,7 @@ static void hash_range(uint32_t offset, uint32_t len, const unsigned char *wante
 }
 
 static void target_name(char *name, int target, const char *listed) {
-  snprintf(name, 32, target == 2 ? "%s2" : "%s", listed);
+  snprintf(name, 34, "%.31s%s", listed, target == 2 ? "2" : "");
 }
 
 static void verify(void) {

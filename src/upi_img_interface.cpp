@@ -11,6 +11,21 @@
 
 namespace {
 
+__attribute__((cold, noinline)) void say_bad_address(int fd, int offset) {
+  UPI_LOG_AS("checkGoodAddress", "Partition file description:%d, BAD address [%d], errno no:%d[%s]",
+             fd, offset, errno, strerror(errno));
+}
+
+// checkGoodAddress(), small enough to stand in the loop that asks it for every block.
+inline int ask_block(int fd, int offset) {
+  __kernel_loff_t long_offset = offset;
+  const int bad = ioctl(fd, MEMGETBADBLOCK, &long_offset);
+  if (bad != 0) {
+    say_bad_address(fd, offset);
+  }
+  return bad;
+}
+
 uint32_t physical_address(partition_mtd_info_t* mtd_info, int start_address) {
   int bad_blocks = 0;
   return static_cast<uint32_t>(
@@ -20,13 +35,7 @@ uint32_t physical_address(partition_mtd_info_t* mtd_info, int start_address) {
 }  // namespace
 
 int checkGoodAddress(int parti_file_desc, int blockOffset) {
-  __kernel_loff_t offset = blockOffset;
-  const int bad = ioctl(parti_file_desc, MEMGETBADBLOCK, &offset);
-  if (bad != 0) {
-    UPI_LOG("Partition file description:%d, BAD address [%d], errno no:%d[%s]", parti_file_desc,
-            blockOffset, errno, strerror(errno));
-  }
-  return bad;
+  return ask_block(parti_file_desc, blockOffset);
 }
 
 unsigned long translateToGoodAddress(partition_mtd_info_t* mtd_info, unsigned long dwBlockAddress,
@@ -44,7 +53,7 @@ unsigned long translateToGoodAddress(partition_mtd_info_t* mtd_info, unsigned lo
   // Logical address of the last good block met; none yet.
   uint32_t logical = 0U - block_size;
   for (int32_t i = 0; i < blocks; ++i, physical += block_size) {
-    if (checkGoodAddress(fd, static_cast<int>(physical)) == 0) {
+    if (ask_block(fd, static_cast<int>(physical)) == 0) {
       logical += block_size;
     } else {
       UPI_LOG("Index:%d, bad block!", i);
