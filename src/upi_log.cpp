@@ -37,32 +37,33 @@ char* put_text(char* at, const char* text, size_t size) {
 }
 
 // Writes a number in decimal, padded with zeros to `width` digits.
-char* put_number(char* at, unsigned long number, int width) {
-  char digits[24];
-  int count = 0;
-  do {
-    digits[count++] = static_cast<char>('0' + number % 10);
-    number /= 10;
-  } while (number != 0 || count < width);
-  while (count > 0) {
-    *at++ = digits[--count];
+char* put_number(char* at, uint32_t number, int width) {
+  int digits = 1;
+  for (uint64_t bound = 10; number >= bound; bound *= 10) {
+    ++digits;
   }
-  return at;
+  if (digits < width) {
+    digits = width;
+  }
+  for (int i = digits - 1; i >= 0; --i) {
+    at[i] = static_cast<char>('0' + number % 10);
+    number /= 10;
+  }
+  return at + digits;
 }
 
-size_t format_time(char* text) {
-  timeval now = {};
-  gettimeofday(&now, nullptr);
-  char* end = text;
-  if (now.tv_sec < 0) {
-    *end++ = '-';
+char* put_seconds(char* at, int64_t seconds) {
+  constexpr uint64_t kNineDigits = 1000000000;
+  auto rest = static_cast<uint64_t>(seconds);
+  if (seconds < 0) {
+    *at++ = '-';
+    rest = 0 - rest;
   }
-  const auto seconds = static_cast<unsigned long>(now.tv_sec);
-  end = put_number(end, now.tv_sec < 0 ? 0UL - seconds : seconds, 1);
-  *end++ = ':';
-  end = put_number(end, static_cast<unsigned long>(now.tv_usec), 6);
-  *end = '\0';
-  return static_cast<size_t>(end - text);
+  if (rest <= UINT32_MAX) {
+    return put_number(at, static_cast<uint32_t>(rest), 1);
+  }
+  at = put_seconds(at, static_cast<int64_t>(rest / kNineDigits));
+  return put_number(at, static_cast<uint32_t>(rest % kNineDigits), 9);
 }
 
 bool open_stream(const char* filename) {
@@ -134,7 +135,7 @@ class Line {
     char* at = put_text(text_ + kTimeRoom, kSource, sizeof(kSource) - 1);
     at = put_text(at, function, strnlen(function, kNameLimit));
     *at++ = '-';
-    at = put_number(at, static_cast<unsigned long>(line), 1);
+    at = put_number(at, static_cast<uint32_t>(line), 1);
     end_ = put_text(at, "]: ", 3);
   }
 
@@ -211,7 +212,11 @@ void log_line(const char* function, int line, const char* format, ...) {
 char* upi_get_time_us(void) {
   static char text[64];
   memset(text, 0, sizeof(text));
-  format_time(text);
+  timeval now = {};
+  gettimeofday(&now, nullptr);
+  char* at = put_seconds(text, now.tv_sec);
+  *at++ = ':';
+  put_number(at, static_cast<uint32_t>(now.tv_usec), 6);
   return text;
 }
 
