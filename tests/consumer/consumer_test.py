@@ -22,7 +22,8 @@ SIM = BUILD / "bin" / "zozale-sim"
 
 def run(*command, **options):
     """Runs a command; shows all of it when it fails."""
-    done = subprocess.run([str(word) for word in command], text=True, capture_output=True, **options)
+    done = subprocess.run([str(word) for word in command], text=True, errors="replace",
+                          capture_output=True, **options)
     if done.returncode != 0:
         sys.exit(f"{command} ended with {done.returncode}\n{done.stdout}\n{done.stderr}")
     return done
@@ -62,11 +63,11 @@ def build_hosts():
 
 def make_device():
     run(SIM, "create", DEVICE, "--layout", SOURCE / "sim/layouts/small.toml")
+    run(SIM, "run", DEVICE, "--", BUILD / "bin/zozale", "init-flags", "--force")
     image = WORK / "kernel.img"
     image.write_bytes(bytes(range(256)) * 20 + b"end")
     run(BUILD / "bin/zozale-package", "create", "--type", "platform", "--partition",
         f"kernel={image}", "-o", DEVICE / "root/cache/ovu_fota_ab/upgrade.package")
-    run(SIM, "run", DEVICE, "--", BUILD / "bin/zozale", "init-flags", "--force")
 
 
 def on_device(host):
@@ -80,7 +81,6 @@ def status():
 
 install()
 build_hosts()
-(DEVICE.parent).mkdir(parents=True, exist_ok=True)
 make_device()
 expect("dlopen host", on_device("plugin_host"), ["type=1 verified=0 stored=1"])
 expect("README's example", on_device("update_client"),
