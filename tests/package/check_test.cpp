@@ -11,10 +11,6 @@
 namespace package_test {
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::StartsWith;
 using zozale::Findings;
 
 Findings check_bytes(const std::string& bytes, const zozale::PartitionTable* table = nullptr) {

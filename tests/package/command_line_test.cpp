@@ -10,11 +10,6 @@
 namespace package_test {
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::Not;
-using ::testing::StartsWith;
 using Json = nlohmann::json;
 
 class CommandLine : public FolderTest {

@@ -12,23 +12,11 @@
 namespace package_test {
 namespace {
 
-using ::testing::ElementsAre;
 using zozale::Digest;
 using zozale::Error;
 using zozale::InputFile;
 using zozale::OutputFile;
 using zozale::Sha512;
-
-// The message of the Error that `body` throws, with its exit code in front.
-template <typename Body>
-std::string error_of(const Body& body) {
-  try {
-    body();
-  } catch (const Error& error) {
-    return std::to_string(error.code()) + " " + error.what();
-  }
-  return "no error";
-}
 
 TEST(Text, ShowsUnprintableBytesAsHex) {
   EXPECT_EQ(zozale::printable("kernel ~!"), "kernel ~!");

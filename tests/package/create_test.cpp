@@ -12,9 +12,6 @@
 namespace package_test {
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-using ::testing::StartsWith;
 using zozale::create_package;
 using zozale::CreateResult;
 using zozale::InputFile;

@@ -5,7 +5,6 @@
 #include <random>
 
 #include "check.h"
-#include "common/error.h"
 #include "package_view.h"
 #include "support.h"
 
@@ -75,9 +74,9 @@ TEST(Damage, ByACutIsFoundAtEveryLength) {
 TEST(Damage, ByACutNamesTheTable) {
   const std::string package = small_package();
   EXPECT_THAT(errors(check_bytes(package.substr(0, 256 + 2 * 128 - 1))),
-              ::testing::ElementsAre("head.partition_num: 2"));
+              ElementsAre("head.partition_num: 2"));
   EXPECT_THAT(errors(check_bytes(package.substr(0, 256 + 2 * 128 + 120 - 1))),
-              ::testing::ElementsAre("head.extra_num: 1"));
+              ElementsAre("head.extra_num: 1"));
   const auto behind_tables = errors(check_bytes(package.substr(0, 256 + 2 * 128 + 120)));
   EXPECT_THAT(behind_tables, ::testing::Contains("partition[0].len: 64"));
 }
@@ -89,7 +88,7 @@ TEST(Damage, ByMoreBytesIsFound) {
 // Whatever the tables say, check ends with findings and reads nothing outside the bytes (the
 // sanitizers' build proves it).
 TEST(Damage, OfAnyKindEnds) {
-  std::mt19937 random(42);
+  std::mt19937 random = seeded(42);
   const std::string package = small_package();
   for (int i = 0; i < 20000; ++i) {
     std::string damaged = package;

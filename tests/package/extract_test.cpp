@@ -3,20 +3,14 @@
 // Taking images out of packages, kind and hostile ones.
 #include "extract.h"
 
-#include "common/error.h"
 #include "create.h"
 #include "support.h"
 
 namespace package_test {
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::StartsWith;
 using zozale::ExtractPlan;
 using zozale::ExtractResult;
-using zozale::PackageEntry;
 
 class Extract : public FolderTest {
  protected:
@@ -27,13 +21,8 @@ class Extract : public FolderTest {
     plan.folder = path("out");
     return plan;
   }
-  std::string message_of(const ExtractPlan& plan) const {
-    try {
-      zozale::extract(plan);
-    } catch (const zozale::Error& error) {
-      return std::to_string(error.code()) + " " + error.what();
-    }
-    return "no error";
+  static std::string message_of(const ExtractPlan& plan) {
+    return error_of([&] { zozale::extract(plan); });
   }
 };
 

@@ -93,9 +93,7 @@ TEST(FormatPage, LeavesNoByteOut) {
 
 TEST(FormatPage, StatesTheSizesAndTheLimit) {
   const std::string page = read_bytes(PACKAGE_FORMAT_PAGE);
-  const auto stated = [&page](const std::string& text) {
-    EXPECT_THAT(page, ::testing::HasSubstr(text));
-  };
+  const auto stated = [&page](const std::string& text) { EXPECT_THAT(page, HasSubstr(text)); };
   stated("| 0 | " + std::to_string(sizeof(upgrade_package_head_info_t)) + " | head |");
   stated("| 256 | " + std::to_string(sizeof(partition_head_info_t)) + " × `partition_num` |");
   stated("| " + std::to_string(sizeof(extra_head_info_t)) + " × `extra_num` |");

@@ -17,12 +17,7 @@
 namespace package_test {
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::StartsWith;
 using zozale::parse_partition_table;
-using zozale::PartitionTable;
 using zozale::TableReading;
 
 std::string example() {
@@ -321,7 +316,7 @@ std::string mutated(std::string text, std::mt19937& random) {
 TEST(PartitionTable, IsTakenAndRefusedAsByADevice) {
   const std::vector<std::string> sources = {example(), table_text({}, {}), table_text({}, {"oem"}),
                                             replaced(example(), "plat=0", "plat=256")};
-  std::mt19937 random(20240607);
+  std::mt19937 random = seeded(20240607);
   size_t taken = 0;
   for (int i = 0; i < 40000; ++i) {
     const std::string text = mutated(sources[random() % sources.size()], random);

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Every plan that create_package() refuses, and that nothing is left behind then.
-#include "common/error.h"
 #include "create.h"
 #include "plan_rules.h"
 #include "support.h"
@@ -9,10 +8,6 @@
 namespace package_test {
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::StartsWith;
 using zozale::CreateResult;
 using zozale::Findings;
 using zozale::PackagePlan;
@@ -38,12 +33,7 @@ class Refusal : public FolderTest {
     return result.findings;
   }
   std::string message_of(const PackagePlan& plan) const {
-    try {
-      zozale::create_package(plan, path("out.package"));
-    } catch (const zozale::Error& error) {
-      return std::to_string(error.code()) + " " + error.what();
-    }
-    return "no error";
+    return error_of([&] { zozale::create_package(plan, path("out.package")); });
   }
 
   const std::string image_;

@@ -10,7 +10,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <random>
 #include <sstream>
 #include <stdexcept>
 
@@ -125,7 +124,7 @@ RunResult run_tool(const fs::path& folder, const std::vector<std::string>& argum
   int status = 0;
   EXPECT_EQ(waitpid(child, &status, 0), child);
   const int code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-  const RunResult result = {code, read_bytes(out), read_bytes(err)};
+  RunResult result = {code, read_bytes(out), read_bytes(err)};
   fs::remove_all(answers);
   return result;
 }
@@ -187,8 +186,12 @@ zozale::Digest sha512(const std::string& bytes) {
   return digest;
 }
 
+std::mt19937 seeded(uint32_t seed) {
+  return std::mt19937(seed);
+}
+
 std::string pattern(size_t size, uint32_t seed) {
-  std::mt19937 random(seed);
+  std::mt19937 random = seeded(seed);
   std::string bytes(size, '\0');
   std::generate(bytes.begin(), bytes.end(),
                 [&random] { return static_cast<char>(random() & 0xFFU); });

@@ -10,14 +10,22 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <random>
 #include <string>
 #include <vector>
 
+#include "common/error.h"
 #include "common/finding.h"
 #include "common/sha512.h"
 #include "upi_upgrade_package.h"
 
 namespace package_test {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+using ::testing::StartsWith;
 
 std::string read_bytes(const std::filesystem::path& path);
 
@@ -74,6 +82,9 @@ class RawPackage {
 
 zozale::Digest sha512(const std::string& bytes);
 
+// Random numbers that are the same in every run.
+std::mt19937 seeded(uint32_t seed);
+
 // `size` bytes of a fixed pattern that `seed` chooses.
 std::string pattern(size_t size, uint32_t seed);
 
@@ -89,6 +100,17 @@ std::string table_text(const std::vector<std::string>& platform,
 std::vector<std::string> fields(const zozale::Findings& findings, zozale::Severity severity);
 std::vector<std::string> errors(const zozale::Findings& findings);
 std::vector<std::string> warnings(const zozale::Findings& findings);
+
+// The Error that `body` throws, as its exit code, a blank and its message.
+template <typename Body>
+std::string error_of(const Body& body) {
+  try {
+    body();
+  } catch (const zozale::Error& error) {
+    return std::to_string(error.code()) + " " + error.what();
+  }
+  return "no error";
+}
 
 // The text of the only finding about the field; a failed expectation when there is not just one.
 std::string text_of(const zozale::Findings& findings, const std::string& field);

@@ -132,6 +132,7 @@ Findings check_entries(const PackageView& package) {
 
 std::vector<NamedField> names_of(const std::vector<PackageEntry>& entries) {
   std::vector<NamedField> names;
+  names.reserve(entries.size());
   for (const PackageEntry& entry : entries) {
     names.push_back({entry.field("name"), entry.name});
   }

@@ -18,6 +18,7 @@ std::string field_of(const char* table, size_t index, const char* member) {
 
 std::vector<NamedField> names_of(const char* table, const std::vector<PlannedFile>& files) {
   std::vector<NamedField> names;
+  names.reserve(files.size());
   for (const PlannedFile& file : files) {
     names.push_back({field_of(table, names.size(), "name"), file.name});
   }

@@ -19,6 +19,7 @@ std::string list_of(const std::vector<std::string>& names) {
 
 std::vector<std::string> names_of(const std::vector<TableEntry>& entries) {
   std::vector<std::string> names;
+  names.reserve(entries.size());
   for (const TableEntry& entry : entries) {
     names.push_back(entry.name);
   }
