@@ -1,0 +1,76 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// An upgrade in which any one operation fails: what it says is what is on flash.
+#include <string>
+
+#include "fault_sweep.h"
+#include "upi_update.h"
+
+namespace {
+
+using support::pattern;
+
+class UpdateSweepTest : public FaultSweepTest {
+ protected:
+  UpdateSweepTest() {
+    write_flags([this](sim::BootRecord& record) {
+      record.set_status(target(), DUALSYSTEM_STATUS_SUCCESSFUL);
+    });
+    fill_systems();
+    put_package(package_);
+  }
+
+  // In their whole blocks; a block behind an image may have kept what it held.
+  bool images_are_there() {
+    for (const support::PackageEntry& entry : package_.partitions) {
+      sim::Bytes found = target_of(entry.name).good();
+      found.resize(2 * target_of(entry.name).block_size());
+      if (found != filled_up(entry.data, found.size())) {
+        return false;
+      }
+    }
+    return true;
+  }
+
+  void expect_truth(const LibraryRun& run) {
+    const std::string status = run.store.back().second;
+    if (status == std::to_string(UPGRADE_STATUS_UPDATE_SUCCESS)) {
+      EXPECT_TRUE(images_are_there());
+      EXPECT_EQ(run.result, run.told_of("Update boot to system fail. ") ? -1 : 0);
+    } else {
+      EXPECT_EQ(status, std::to_string(UPGRADE_STATUS_UPDATE_FAIL));
+      EXPECT_TRUE(run.result == -1 || run.told_of("Prepare for update fail!"));
+      EXPECT_NE(target_status(), DUALSYSTEM_STATUS_BOOTABLE);
+    }
+    if (run.result == 0 && status == std::to_string(UPGRADE_STATUS_UPDATE_SUCCESS)) {
+      EXPECT_EQ(target_status(), DUALSYSTEM_STATUS_BOOTABLE);
+    }
+    if (target_status() == DUALSYSTEM_STATUS_SUCCESSFUL) {
+      EXPECT_FALSE(run.told_of("mtd_erase_partition func begin!")) << "erased and not marked";
+    }
+  }
+
+  const support::PackageFile package_ = support::system_package(2100);
+};
+
+TEST_P(UpdateSweepTest, TellsTheTruthAndCanBeRunAgain) {
+  const std::vector<sim::Bytes> running = running_contents();
+  const auto call = [] { return vemk_dual_upgrade(nullptr); };
+  sweep(call, [&](const LibraryRun& run) {
+    expect_truth(run);
+    expect_only_the_target_marked();
+    EXPECT_EQ(running_contents(), running);
+    const LibraryRun again = run_library(call);
+    EXPECT_EQ(again.result, 0);
+    EXPECT_TRUE(images_are_there());
+    EXPECT_EQ(target_status(), DUALSYSTEM_STATUS_BOOTABLE);
+  });
+  EXPECT_TRUE(images_are_there());
+}
+
+INSTANTIATE_TEST_SUITE_P(Of, UpdateSweepTest,
+                         ::testing::Combine(::testing::Values(sim::System::a, sim::System::b),
+                                            ::testing::ValuesIn(failing_operations())),
+                         sweep_name);
+
+}  // namespace
