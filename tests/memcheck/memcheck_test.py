@@ -1,0 +1,95 @@
+#!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
+"""Runs whole operations of the library under valgrind: no memory error, nothing lost, and nothing
+left open but the log, and the package after a load that failed half-way.
+
+Usage: memcheck_test.py PROGRAMS WORK_FOLDER
+"""
+
+import pathlib
+import re
+import subprocess
+import sys
+
+PROGRAMS, WORK = (pathlib.Path(argument).resolve() for argument in sys.argv[1:3])
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "bench"))
+
+from device import Device  # noqa: E402
+
+ERROR = 99
+LOG = "upi_ab.log"
+PACKAGE = "upgrade.package"
+
+
+def open_files(report):
+    """Names of the files that were open at the end, but those that the parent had handed down."""
+    found = re.findall(r"Open (?:file descriptor|AF_\w+ socket) \d+:(.*)\n((?:==\d+==    .*\n)*)", report)
+    return [pathlib.Path(name.strip()).name for name, where in found
+            if "inherited from parent" not in where]
+
+
+def host(device, *arguments):
+    report = WORK / "report"
+    done = subprocess.run(
+        [*device.before(), "valgrind", "--quiet", "--leak-check=full", "--track-fds=yes",
+         "--errors-for-leak-kinds=definite,indirect,possible", f"--error-exitcode={ERROR}",
+         f"--log-file={report}", PROGRAMS / "bench_host", *arguments],
+        stdout=subprocess.DEVNULL)
+    return done.returncode, report.read_text()
+
+
+def check(what, device, arguments, result, left_open):
+    code, report = host(device, *arguments)
+    problems = []
+    if code != result:
+        problems.append(f"ended with {code}, expected {result}")
+    if sorted(open_files(report)) != sorted(left_open):
+        problems.append(f"left open {open_files(report)}, expected {left_open}")
+    if problems:
+        sys.exit(f"FAIL {what}: {'; '.join(problems)}\n{report}")
+    print(f"ok   {what}")
+
+
+def package_of(device):
+    return device.path / "root/cache/ovu_fota_ab" / PACKAGE
+
+
+def changed(device, change):
+    """The device with its package's bytes changed."""
+    data = bytearray(package_of(device).read_bytes())
+    package_of(device).write_bytes(change(data))
+    return device
+
+
+def set_byte(data, at, value):
+    data[at] = value
+    return data
+
+
+def main():
+    device = Device(PROGRAMS, WORK / "good", 1, bad_percent=20)
+    check("initialisation", device, ["init"], 0, [LOG])
+    check("verification", device, ["verify"], 0, [LOG])
+    check("installation", device, ["install"], 0, [LOG])
+    check("installation of what is there", device, ["install"], 0, [LOG])
+    check("synchronisation", device, ["sync"], 0, [LOG])
+    check("synchronisation of what is equal", device, ["sync"], 0, [LOG])
+
+    device = Device(PROGRAMS, WORK / "bad", 1)
+    whole = package_of(device).read_bytes()
+    changed(device, lambda data: set_byte(data, 3, ord("B")))
+    check("verification of what is no package", device, ["verify"], 1, [LOG])
+    package_of(device).write_bytes(whole)
+    changed(device, lambda data: set_byte(data, 256, ord("X")))
+    check("verification, unlisted name", device, ["verify"], 1, [LOG])
+    package_of(device).write_bytes(whole)
+    changed(device, lambda data: set_byte(data, len(data) - 1, data[-1] ^ 1))
+    check("verification, damaged image", device, ["verify"], 1, [LOG])
+    check("installation of a damaged image", device, ["install"], 1, [LOG])
+    package_of(device).write_bytes(whole[:300])
+    check("verification, table cut off", device, ["verify"], 1, [LOG, PACKAGE])
+    package_of(device).unlink()
+    check("installation without a package", device, ["install"], 1, [LOG])
+
+
+main()
