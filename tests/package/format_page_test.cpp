@@ -3,9 +3,10 @@
 // The tables of docs/package-format.md against the records.
 #include <cstddef>
 #include <map>
-#include <regex>
+#include <optional>
 #include <sstream>
 
+#include "common/text_scanner.h"
 #include "support.h"
 #include "upi_upgrade_package.h"
 
@@ -54,19 +55,34 @@ Records records_of_code() {
 
 #undef FIELD
 
-// The rows of the tables below headings that name a record.
+// "| 4 | 8 | `name` | ..." or nothing.
+std::optional<Field> field_of_row(const std::string& line) {
+  zozale::TextScanner row(line);
+  row.literal("|");
+  const auto offset = row.integer();
+  row.literal(" |");
+  const auto size = row.integer();
+  row.literal(" | `");
+  const auto name = row.word(line.size());
+  if (!offset || !size || !name || name->back() != '`') {
+    return std::nullopt;
+  }
+  return Field{static_cast<size_t>(*offset), static_cast<size_t>(*size),
+               name->substr(0, name->size() - 1)};
+}
+
+// The rows of the tables below headings that name a record, "### some_type_t".
 Records records_of_page() {
-  static const std::regex kHeading("### (\\w+_t)");
-  static const std::regex kRow("\\| (\\d+) \\| (\\d+) \\| `(\\w+)` \\|.*");
   std::istringstream page(read_bytes(PACKAGE_FORMAT_PAGE));
   Records records;
-  std::string record;
-  std::smatch match;
+  std::string heading;
   for (std::string line; std::getline(page, line);) {
-    if (line.rfind('#', 0) == 0) {
-      record = std::regex_match(line, match, kHeading) ? match[1].str() : "";
-    } else if (!record.empty() && std::regex_match(line, match, kRow)) {
-      records[record].push_back({std::stoul(match[1]), std::stoul(match[2]), match[3]});
+    if (line[0] == '#') {
+      heading = line.substr(line.find(' ') + 1);
+    }
+    const std::optional<Field> field = field_of_row(line);
+    if (field && heading.size() > 2 && heading.substr(heading.size() - 2) == "_t") {
+      records[heading].push_back(*field);
     }
   }
   return records;
