@@ -19,7 +19,7 @@ namespace sim {
 // The result of a call on a device path: counts it, lets a fault meet it, records it. `call` makes
 // the real call on the path that it is handed.
 template <typename RealCall>
-int on_path(Op op, const char* path, int flags, RealCall call) {
+int on_path(Op op, const char* path, int flags, RealCall call, std::string_view text = {}) {
   const MappedPath mapped(path);
   if (mapped.foreign()) {
     return call(mapped.passed);
@@ -35,6 +35,7 @@ int on_path(Op op, const char* path, int flags, RealCall call) {
   }
   Details details;
   details.flags = flags;
+  details.text = text;
   note(op, mapped, details, result);
   return static_cast<int>(outcome.give(result));
 }
@@ -43,9 +44,7 @@ int on_path(Op op, const char* path, int flags, RealCall call) {
 class HostPath {
  public:
   explicit HostPath(const char* path) : mapped_(path) {}
-  const char* get() const {
-    return mapped_.kind == PathKind::file ? mapped_.host : mapped_.passed;
-  }
+  const char* get() const { return mapped_.kind == PathKind::file ? mapped_.host : mapped_.passed; }
 
  private:
   MappedPath mapped_;

@@ -27,9 +27,12 @@ using sim::Op;
 // A rename is recorded and may fail by its old path.
 template <typename RealRename>
 int renamed(const char* from, const char* to, RealRename real) {
-  const HostPath target(to);
-  return on_path(Op::rename, from, 0,
-                 [&](const char* source) { return real(source, target.get()); });
+  const MappedPath target(to);
+  const char* host = target.kind == sim::PathKind::file ? target.host : target.passed;
+  return on_path(
+      Op::rename, from, 0, [&](const char* source) { return real(source, host); },
+      target.foreign() ? std::string_view(target.passed == nullptr ? "" : target.passed)
+                       : std::string_view(target.path));
 }
 
 }  // namespace
