@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <limits>
 
 #include "sim/device_state.h"
 #include "sim/flash.h"
@@ -20,6 +21,11 @@ static_assert(kRequestErase == MEMERASE && sizeof(erase_info_user) == 8);
 static_assert(kRequestErase64 == MEMERASE64 && sizeof(erase_info_user64) == 16);
 // The kernel's own number carries the size of its loff_t, which is 8 on every platform.
 static_assert(kRequestGetBadBlock == _IOW('M', 11, std::int64_t));
+
+// No buffer is that long: the kernel refuses it before it asks the driver.
+bool past_memory(std::size_t count) {
+  return count > static_cast<std::size_t>(std::numeric_limits<ssize_t>::max());
+}
 
 unsigned shift_of(std::uint32_t power_of_two) {
   unsigned shift = 0;
@@ -98,6 +104,9 @@ std::int64_t MtdFile::read_at(void* buffer, std::size_t count, std::int64_t& off
   if (!can_read()) {
     return -EBADF;
   }
+  if (past_memory(count)) {
+    return -EFAULT;
+  }
   const auto from = static_cast<std::uint64_t>(offset);
   const std::uint64_t rest = from < size_ ? size_ - from : 0;
   std::uint64_t length = std::min<std::uint64_t>(count, rest);
@@ -135,6 +144,9 @@ std::int64_t MtdFile::write_at(const void* buffer, std::size_t count, std::int64
   }
   if (!can_write()) {
     return -EBADF;
+  }
+  if (past_memory(count)) {
+    return -EFAULT;
   }
   const auto from = static_cast<std::uint64_t>(offset);
   if (from >= size_) {
@@ -288,11 +300,11 @@ std::int64_t MtdFile::erase64(const void* argument) {
 
 // Blocks before the first bad one of a range are erased, as the kernel does.
 std::int64_t MtdFile::erase(std::uint64_t start, std::uint64_t length) {
-  if (length == 0) {
-    return 0;
-  }
   if (start >= size_ || length > size_ - start) {
     return -EINVAL;
+  }
+  if (length == 0) {
+    return 0;
   }
   if (device_->state().partitions.at(number_).lifted == 0) {
     return -EROFS;
