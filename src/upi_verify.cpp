@@ -27,6 +27,15 @@ int end_verification(bool verified, unsigned start) {
   return verified ? 0 : -1;
 }
 
+// Cannot fail with a package that was loaded; one that a host made up may lack its table.
+bool has_table(const partition_head_info_t* entries, int count) {
+  if (count > 0 && entries == nullptr) {
+    UPI_LOG_AS("verify_partition_info", "Partition index [%d] info is null!", 0);
+    return false;
+  }
+  return true;
+}
+
 bool verify_images(partition_head_info_t* entries, int count) {
   for (int i = 0; i < count; ++i) {
     const int limit = upi::partition_name_limit(&entries[i]);
@@ -46,10 +55,6 @@ bool verify_images(partition_head_info_t* entries, int count) {
 
 bool verify_target(int target, partition_head_info_t* entries, int count) {
   for (int i = 0; i < count; ++i) {
-    if (entries == nullptr) {
-      UPI_LOG_AS("verify_partition_info", "Partition index [%d] info is null!", i);
-      return false;
-    }
     const int limit = upi::partition_name_limit(&entries[i]);
     const char* name = entries[i].name;
     UPI_LOG_AS("verify_partition_info", "--------verify partition [%.*s] mtd info---------------",
@@ -112,7 +117,10 @@ int verify_partition_info(void) {
     return -1;
   }
   partition_head_info_t* entries = get_partition_head_info();
-  return verify_images(entries, count) && verify_target(target, entries, count) ? 0 : -1;
+  return has_table(entries, count) && verify_images(entries, count) &&
+                 verify_target(target, entries, count)
+             ? 0
+             : -1;
 }
 
 int verify_partition_package(partition_head_info_t* partition_info) {
