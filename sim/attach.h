@@ -61,7 +61,8 @@ struct Call {
   int fd = -1;                // the descriptor used, or got by an open
   unsigned long request = 0;  // ioctl: the request number
   int flags = 0;              // open: flags; lseek: whence; access: mode; mkdir: mode
-  std::uint64_t offset = 0;   // read/write: where; lseek: argument; erase, bad-block query: start
+  std::uint64_t offset = 0;   // read/write: where; lseek, protection: argument; erase, bad-block
+                              // query: start
   std::uint64_t length = 0;   // read/write: bytes asked for; erase: length
   std::string text;           // fopen: mode; rename: new path; store: name=value; reboot: command
   std::int64_t result = 0;    // the call's; for fopen 0 or -1

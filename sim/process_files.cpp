@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <mutex>
 
@@ -222,6 +223,8 @@ void describe_request(Op op, const void* argument, Details& details) {
     details.length = range.length;
   } else if (op == Op::memgetbadblock) {
     details.offset = from_argument<std::uint64_t>(argument);
+  } else if (op == Op::protect_lift || op == Op::protect_restore) {
+    details.offset = reinterpret_cast<std::uintptr_t>(argument);
   }
 }
 

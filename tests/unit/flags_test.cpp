@@ -8,6 +8,11 @@
 namespace unit {
 namespace {
 
+// Nothing for the 0 that belongs there.
+std::string argument(const sim::Call& call) {
+  return call.offset == 0 ? std::string() : "(" + std::to_string(call.offset) + ")";
+}
+
 std::string described(const sim::Call& call) {
   std::ostringstream out;
   switch (call.op) {
@@ -33,10 +38,10 @@ std::string described(const sim::Call& call) {
       out << "write " << call.length << '@' << call.offset;
       break;
     case sim::Op::protect_lift:
-      out << "lift";
+      out << "lift" << argument(call);
       break;
     case sim::Op::protect_restore:
-      out << "restore";
+      out << "restore" << argument(call);
       break;
     default:
       out << sim::op_name(call.op);

@@ -75,7 +75,8 @@ LogLine block_said(const std::string& message);  // said by upi_write_fota_flag_
 
 // The requests on "flags" that `body` makes, in order: "open 1002", "getinfo", "bad? OFFSET",
 // "lift", "erase OFFSET+LENGTH", "seek OFFSET", "read LENGTH@OFFSET", "write LENGTH@OFFSET",
-// "restore", "close". " yes" follows for a bad block, " E" and the error's number for a failure.
+// "restore", "close". " yes" follows for a bad block, " E" and the error's number for a failure,
+// the argument in parentheses for a protection request that has one other than 0.
 Requests requests_of(const std::function<void()>& body);
 
 extern const Requests kOpened;                // open, ask for the geometry
