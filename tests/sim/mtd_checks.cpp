@@ -5,6 +5,8 @@
 #include <mtd/mtd-user.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <array>
@@ -14,219 +16,14 @@
 #include <cstring>
 #include <vector>
 
+#include "mtd_check_list.h"
+
 namespace mtd_checks {
 namespace {
 
 constexpr unsigned long kProtectLift = 0x80044D18;
 constexpr unsigned long kProtectRestore = 0x80044D19;
 constexpr unsigned long kUnknownRequest = 0x4D7F;
-
-// --- The list. ----------------------------------------------------------------------------------
-
-// A place, counted from what a device offers.
-enum class From : std::uint8_t {
-  start,       // of the partition
-  end,         // of the partition
-  good,        // the first of three good blocks in a row
-  bad,         // a bad block
-  worn,        // the places with a defect
-  failing,     // its block
-  unreadable,  // its block
-};
-
-// So many blocks, pages and bytes from there.
-struct Place {
-  From from = From::start;
-  int blocks = 0;
-  int pages = 0;
-  int bytes = 0;
-};
-
-struct Length {
-  int blocks = 0;
-  int pages = 0;
-  int bytes = 0;
-};
-
-enum class Action : std::uint8_t {
-  open,
-  info,
-  erase32,
-  erase64,
-  is_bad,
-  write,  // bytes of a pattern, chosen by `seed`
-  pwrite,
-  read,
-  pread,
-  seek,       // to the place, from the start
-  seek_back,  // from the end, by the length
-  seek_step,  // to the place, then by the length
-  sync,
-  data_sync,
-  map,
-  lift,
-  restore,
-  unknown,
-};
-
-struct Check {
-  const char* name;
-  Action action;
-  int access = O_RDWR;
-  Place at = {};
-  Length length = {};
-  unsigned seed = 0;
-};
-
-constexpr Length kBlock = {1, 0, 0};
-constexpr Length kPage = {0, 1, 0};
-constexpr Length kNothing = {0, 0, 0};
-
-constexpr Place good(int blocks, int pages = 0, int bytes = 0) {
-  return {From::good, blocks, pages, bytes};
-}
-constexpr Place bad(int blocks = 0, int pages = 0, int bytes = 0) {
-  return {From::bad, blocks, pages, bytes};
-}
-constexpr Place end(int blocks = 0, int pages = 0, int bytes = 0) {
-  return {From::end, blocks, pages, bytes};
-}
-
-const Check kProtected[] = {
-    {"protected-erase", Action::erase32, O_RDWR, good(0), kBlock},
-    {"protected-erase64", Action::erase64, O_RDWR, good(0), kBlock},
-    {"protected-write", Action::write, O_RDWR, good(0), kPage, 1},
-    {"protected-read", Action::read, O_RDONLY, good(0), {0, 0, 16}},
-    {"protected-erase-read-only", Action::erase32, O_RDONLY, good(0), kBlock},
-    {"lift", Action::lift},
-    {"lift-again", Action::lift},
-    {"lifted-erase-by-another-descriptor", Action::erase32, O_RDWR, good(0), kBlock},
-    {"restore", Action::restore},
-    {"restored-erase", Action::erase32, O_RDWR, good(0), kBlock},
-    {"restored-write", Action::write, O_RDWR, good(0), kPage, 1},
-    {"lift-for-the-rest", Action::lift},
-};
-
-const Check kPlain[] = {
-    {"open-read-only", Action::open, O_RDONLY},
-    {"open-write-only", Action::open, O_WRONLY},
-    {"open-synchronous", Action::open, O_RDWR | O_DSYNC},
-    {"info", Action::info, O_RDONLY},
-
-    {"erase", Action::erase32, O_RDWR, good(0), kBlock},
-    {"erase64", Action::erase64, O_RDWR, good(1), kBlock},
-    {"erase-two-blocks", Action::erase32, O_RDWR, good(0), {2, 0, 0}},
-    {"erase-three-blocks64", Action::erase64, O_RDWR, good(0), {3, 0, 0}},
-    {"erase-read-only", Action::erase32, O_RDONLY, good(0), kBlock},
-    {"erase64-read-only", Action::erase64, O_RDONLY, good(0), kBlock},
-    {"erase-write-only", Action::erase32, O_WRONLY, good(0), kBlock},
-    {"erase-unaligned-start", Action::erase32, O_RDWR, good(0, 1), kBlock},
-    {"erase64-unaligned-start", Action::erase64, O_RDWR, good(0, 1), kBlock},
-    {"erase-unaligned-length", Action::erase32, O_RDWR, good(0), {1, 1, 0}},
-    {"erase64-unaligned-length", Action::erase64, O_RDWR, good(0), {0, 1, 0}},
-    {"erase-nothing", Action::erase32, O_RDWR, good(0), kNothing},
-    {"erase64-nothing", Action::erase64, O_RDWR, good(0), kNothing},
-    {"erase-nothing-unaligned", Action::erase32, O_RDWR, good(0, 1), kNothing},
-    {"erase-nothing-at-the-end", Action::erase32, O_RDWR, end(), kNothing},
-    {"erase-nothing-past-the-end", Action::erase64, O_RDWR, end(1), kNothing},
-    {"erase-nothing-read-only", Action::erase32, O_RDONLY, good(0), kNothing},
-    {"erase-at-the-end", Action::erase32, O_RDWR, end(), kBlock},
-    {"erase-past-the-end", Action::erase64, O_RDWR, end(1), kBlock},
-    {"erase-across-the-end", Action::erase64, O_RDWR, end(-1), {2, 0, 0}},
-
-    {"is-bad-good", Action::is_bad, O_RDONLY, good(0)},
-    {"is-bad-good-inside", Action::is_bad, O_RDONLY, good(0, 1, 7)},
-    {"is-bad-last-byte-of-block", Action::is_bad, O_RDONLY, good(1, 0, -1)},
-    {"is-bad-at-the-end", Action::is_bad, O_RDONLY, end()},
-    {"is-bad-past-the-end", Action::is_bad, O_RDONLY, end(5)},
-    {"is-bad-negative", Action::is_bad, O_RDONLY, {From::start, -1, 0, 0}},
-    {"is-bad-write-only", Action::is_bad, O_WRONLY, good(0)},
-
-    {"read-erased", Action::read, O_RDONLY, good(0), kBlock},
-    {"write-page", Action::write, O_RDWR, good(0), kPage, 1},
-    {"read-page", Action::read, O_RDONLY, good(0), kPage},
-    {"read-next-page-erased", Action::read, O_RDONLY, good(0, 1), kPage},
-    {"write-page-again", Action::write, O_RDWR, good(0), kPage, 2},
-    {"read-both-anded", Action::read, O_RDONLY, good(0), kPage},
-    {"write-two-pages", Action::write, O_RDWR, good(0, 1), {0, 2, 0}, 3},
-    {"write-across-blocks", Action::write, O_RDWR, good(1, -1), {0, 2, 0}, 4},
-    {"read-across-blocks", Action::read, O_RDONLY, good(1, -1), {0, 2, 0}},
-    {"read-odd-bytes", Action::read, O_RDONLY, good(0, 0, 3), {0, 1, 11}},
-    {"read-one-byte", Action::read, O_RDONLY, good(0, 1, 1), {0, 0, 1}},
-    {"read-nothing", Action::read, O_RDONLY, good(0), kNothing},
-    {"read-write-only", Action::read, O_WRONLY, good(0), kPage},
-    {"pread-page", Action::pread, O_RDONLY, good(0), kPage},
-    {"pwrite-page", Action::pwrite, O_RDWR, good(2), kPage, 5},
-    {"pread-what-pwrite-wrote", Action::pread, O_RDONLY, good(2), kPage},
-    {"pread-negative", Action::pread, O_RDONLY, {From::start, -1, 0, 0}, kPage},
-    {"write-read-only", Action::write, O_RDONLY, good(0), kPage, 1},
-    {"write-part-of-a-page", Action::write, O_RDWR, good(2, 1), {0, 0, 100}, 1},
-    {"write-page-and-a-bit", Action::write, O_RDWR, good(2, 1), {0, 1, 1}, 1},
-    {"write-inside-a-page", Action::write, O_RDWR, good(2, 1, 16), kPage, 1},
-    {"write-nothing", Action::write, O_RDWR, good(2, 1), kNothing, 1},
-    {"read-after-refused-writes", Action::read, O_RDONLY, good(2, 1), kPage},
-    {"write-whole-block", Action::erase32, O_RDWR, good(1), kBlock},
-    {"write-whole-block-now", Action::write, O_RDWR, good(1), kBlock, 6},
-    {"read-whole-block", Action::read, O_RDONLY, good(1), kBlock},
-
-    {"read-at-the-end", Action::read, O_RDONLY, end(), kPage},
-    {"read-nothing-at-the-end", Action::read, O_RDONLY, end(), kNothing},
-    {"pread-past-the-end", Action::pread, O_RDONLY, end(1), kPage},
-    {"write-at-the-end", Action::write, O_RDWR, end(), kPage, 1},
-    {"write-nothing-at-the-end", Action::write, O_RDWR, end(), kNothing, 1},
-    {"pwrite-past-the-end", Action::pwrite, O_RDWR, end(1), kPage, 1},
-
-    {"seek-to-the-start", Action::seek, O_RDONLY, {From::start}},
-    {"seek-inside", Action::seek, O_RDONLY, good(0, 1, 1)},
-    {"seek-to-the-end", Action::seek, O_RDONLY, end()},
-    {"seek-past-the-end", Action::seek, O_RDONLY, end(0, 0, 1)},
-    {"seek-negative", Action::seek, O_RDONLY, {From::start, 0, 0, -1}},
-    {"seek-back-from-the-end", Action::seek_back, O_RDONLY, end(), {0, 0, -5}},
-    {"seek-on-from-the-end", Action::seek_back, O_RDONLY, end(), {0, 0, 1}},
-    {"seek-step", Action::seek_step, O_RDONLY, good(0), {0, 1, 0}},
-    {"seek-step-back", Action::seek_step, O_RDONLY, good(0, 1), {0, -1, 0}},
-    {"seek-step-past-the-end", Action::seek_step, O_RDONLY, end(), {0, 0, 1}},
-
-    {"fsync", Action::sync},
-    {"fdatasync", Action::data_sync},
-    {"map", Action::map, O_RDONLY},
-    {"unknown-request", Action::unknown},
-    {"unknown-request-read-only", Action::unknown, O_RDONLY},
-};
-
-const Check kBad[] = {
-    {"is-bad-bad", Action::is_bad, O_RDONLY, bad()},
-    {"is-bad-bad-inside", Action::is_bad, O_RDONLY, bad(0, 1, 3)},
-    {"erase-bad", Action::erase32, O_RDWR, bad(), kBlock},
-    {"erase64-bad", Action::erase64, O_RDWR, bad(), kBlock},
-    {"erase-bad-nothing", Action::erase32, O_RDWR, bad(), kNothing},
-    {"erase-bad-read-only", Action::erase32, O_RDONLY, bad(), kBlock},
-    {"erase-range-with-bad", Action::erase64, O_RDWR, bad(-1), {2, 0, 0}},
-    {"write-into-bad", Action::write, O_RDWR, bad(), kPage, 7},
-    {"is-bad-after-write", Action::is_bad, O_RDONLY, bad()},
-};
-
-const Check kWorn[] = {
-    {"worn-is-bad-before", Action::is_bad, O_RDONLY, {From::worn}},
-    {"worn-erase", Action::erase32, O_RDWR, {From::worn}, kBlock},
-    {"worn-erase64", Action::erase64, O_RDWR, {From::worn}, kBlock},
-    {"worn-is-bad-after", Action::is_bad, O_RDONLY, {From::worn}},
-};
-
-const Check kFailing[] = {
-    {"failing-erase", Action::erase32, O_RDWR, {From::failing}, kBlock},
-    {"failing-write-block", Action::write, O_RDWR, {From::failing}, kBlock, 8},
-    {"failing-first-page", Action::read, O_RDONLY, {From::failing}, kPage},
-    {"failing-is-bad", Action::is_bad, O_RDONLY, {From::failing}},
-};
-
-const Check kUnreadable[] = {
-    {"unreadable-erase", Action::erase32, O_RDWR, {From::unreadable}, kBlock},
-    {"unreadable-write-block", Action::write, O_RDWR, {From::unreadable}, kBlock, 9},
-    {"unreadable-read-differs", Action::read, O_RDONLY, {From::unreadable}, kBlock, 9},
-};
-
-// --- Running it. --------------------------------------------------------------------------------
 
 struct Answer {
   std::int64_t result = 0;
@@ -286,8 +83,7 @@ class Runner {
   Runner(const Device& device, FILE* out) : device_(device), out_(out) {}
 
   bool prepare();
-  template <std::size_t N>
-  void run_all(const Check (&checks)[N]) {
+  void run_all(const Checks& checks) {
     for (const Check& check : checks) {
       print(check, run_one(check));
     }
@@ -321,6 +117,22 @@ Answer answered(std::int64_t result) {
   Answer answer;
   answer.result = result;
   answer.error = result < 0 ? errno : 0;
+  return answer;
+}
+
+// A device's answer to "bad" leaves errno alone: what an earlier call left there shows.
+Answer note_is_bad(int fd, loff_t offset) {
+  Answer answer;
+  errno = ENOENT;
+  answer.result = ioctl(fd, MEMGETBADBLOCK, &offset);
+  answer.error = errno;
+  return answer;
+}
+
+Answer kind_of(int fd) {
+  struct stat status {};
+  Answer answer = answered(fstat(fd, &status));
+  answer.result = S_ISCHR(status.st_mode) ? static_cast<std::int64_t>(major(status.st_rdev)) : -1;
   return answer;
 }
 
@@ -381,8 +193,12 @@ std::int64_t Runner::base(From from) const {
       return *device_.worn_block * block_;
     case From::failing:
       return device_.failing_page->block * block_;
+    case From::failing_page:
+      return device_.failing_page->block * block_ + device_.failing_page->page * page_;
     case From::unreadable:
       return device_.unreadable_page->block * block_;
+    case From::unreadable_page:
+      return device_.unreadable_page->block * block_ + device_.unreadable_page->page * page_;
   }
   return 0;
 }
@@ -399,14 +215,14 @@ std::int64_t Runner::offset_of(const Place& place) const {
 Answer Runner::run_one(const Check& check) {
   const int fd = open(device_.node.c_str(), check.access);
   if (fd < 0 || check.action == Action::open) {
-    const Answer answer = answered(fd < 0 ? -1 : 0);
+    Answer answer = answered(fd < 0 ? -1 : 0);
     if (fd >= 0) {
       close(fd);
     }
     return answer;
   }
   errno = 0;
-  const Answer answer = act(fd, check);
+  Answer answer = act(fd, check);
   close(fd);
   return answer;
 }
@@ -428,6 +244,8 @@ Answer Runner::act(int fd, const Check& check) {
       loff_t offset = at;
       return answered(ioctl(fd, MEMGETBADBLOCK, &offset));
     }
+    case Action::note_is_bad:
+      return note_is_bad(fd, at);
     case Action::seek:
       return answered(lseek64(fd, at, SEEK_SET));
     case Action::seek_back:
@@ -444,6 +262,10 @@ Answer Runner::act_plain(int fd, const Check& check) {
   switch (check.action) {
     case Action::info:
       return info(fd);
+    case Action::kind:
+      return kind_of(fd);
+    case Action::truncate:
+      return answered(ftruncate(fd, 0));
     case Action::sync:
       return answered(fsync(fd));
     case Action::data_sync:
@@ -458,6 +280,14 @@ Answer Runner::act_plain(int fd, const Check& check) {
       void* mapped = mmap(nullptr, 4096, PROT_READ, MAP_SHARED, fd, 0);
       return answered(mapped == MAP_FAILED ? -1 : 0);
     }
+    case Action::null_info:
+      return answered(ioctl(fd, MEMGETINFO, nullptr));
+    case Action::null_erase:
+      return answered(ioctl(fd, MEMERASE, nullptr));
+    case Action::null_erase64:
+      return answered(ioctl(fd, MEMERASE64, nullptr));
+    case Action::null_is_bad:
+      return answered(ioctl(fd, MEMGETBADBLOCK, nullptr));
     default:
       return transfer(fd, check);
   }
@@ -524,20 +354,20 @@ bool run(const Device& device, FILE* out) {
     return false;
   }
   if (device.protects) {
-    runner.run_all(kProtected);
+    runner.run_all(protected_checks());
   }
-  runner.run_all(kPlain);
+  runner.run_all(plain_checks());
   if (runner.has_bad()) {
-    runner.run_all(kBad);
+    runner.run_all(bad_checks());
   }
   if (device.worn_block) {
-    runner.run_all(kWorn);
+    runner.run_all(worn_checks());
   }
   if (device.failing_page) {
-    runner.run_all(kFailing);
+    runner.run_all(failing_checks());
   }
   if (device.unreadable_page) {
-    runner.run_all(kUnreadable);
+    runner.run_all(unreadable_checks());
   }
   return true;
 }
