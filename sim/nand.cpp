@@ -253,20 +253,19 @@ void Nand::read(std::uint64_t offset, void* buffer, std::size_t length) {
 
 int Nand::program(std::uint64_t page, const std::uint8_t* data) {
   memory_->note_program(page);
-  if ((memory_->pages()[page].defects & kPageFailsProgram) != 0) {
-    return EIO;
-  }
   Bytes bytes = memory_->page_bytes(page);
   for (std::size_t i = 0; i < bytes.size(); ++i) {
     bytes[i] &= data[i];
   }
   memory_->store_page(page, bytes);
-  return 0;
+  return (memory_->pages()[page].defects & kPageFailsProgram) != 0 ? EIO : 0;
 }
 
 int Nand::erase(std::uint32_t block) {
   BlockState& state = memory_->blocks()[block];
   memory_->chip().broken.bad_block_erased += state.bad != 0 ? 1 : 0;
+  memory_->forget_pages(block, geometry().pages_per_block);
+  state.unclean = 0;
   if (memory_->defect_shows(state)) {
     const auto defect = static_cast<EraseDefect>(state.defect);
     state.bad = defect == EraseDefect::worn ? state.bad : 1;
@@ -275,8 +274,6 @@ int Nand::erase(std::uint32_t block) {
       return EIO;
     }
   }
-  memory_->forget_pages(block, geometry().pages_per_block);
-  state.unclean = 0;
   ++state.erases;
   return 0;
 }

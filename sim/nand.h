@@ -32,17 +32,17 @@ struct Geometry {
   std::uint64_t pages() const { return std::uint64_t{pages_per_block} * blocks; }
 };
 
-// How a block takes an erase.
+// How a block takes an erase. One that fails has lost its content all the same.
 enum class EraseDefect : std::uint8_t {
   none,
-  worn,              // fails with EIO, content stays; the block is not reported bad
+  worn,              // fails with EIO; the block is not reported bad
   turns_bad_fails,   // fails with EIO; from then on the block is reported bad
   turns_bad_passes,  // succeeds; from then on the block is reported bad
 };
 
 // Lasting defects of a page, to be combined.
 enum PageDefect : std::uint8_t {
-  kPageFailsProgram = 1,  // programming fails with EIO, content stays
+  kPageFailsProgram = 1,  // programming is done and fails with EIO
   kPageUnreadable = 2,    // beyond correction: reads give wrong data, the same each time, no error
 };
 

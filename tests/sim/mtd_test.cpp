@@ -191,8 +191,8 @@ TEST_F(MtdTest, FailingPageEndsAWriteWithoutACount) {
   const Bytes data = support::pattern(kBlockSize);
   EXPECT_FAILS(write(fd, data.data(), data.size()), EIO);
   EXPECT_EQ(lseek(fd, 0, SEEK_CUR), 0);
-  EXPECT_EQ(pages(0, 0, 2), Bytes(data.begin(), data.begin() + 2 * kPageSize));
-  EXPECT_EQ(pages(0, 2, 2), Bytes(2 * kPageSize, 0xFF));
+  EXPECT_EQ(pages(0, 0, 3), Bytes(data.begin(), data.begin() + 3 * kPageSize));
+  EXPECT_EQ(pages(0, 3, 1), Bytes(kPageSize, 0xFF));
 }
 
 TEST_F(MtdTest, WritesUpToTheEnd) {

