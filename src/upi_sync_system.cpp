@@ -236,6 +236,19 @@ bool copy_content(OpenPartition* dst, OpenPartition* src, WalkBuffers* buffers) 
   return true;
 }
 
+// Gives its memory back before the copy is checked: the check needs as much again.
+bool erase_and_copy(OpenPartition* dst, OpenPartition* src, char* dst_name) {
+  WalkBuffers buffers(src->block_size());
+  if (!buffers.ready("sync_partition")) {
+    return false;
+  }
+  if (erase_partition(dst_name) != 0) {
+    UPI_LOG_AS("sync_partition", "Failed to erase dst partition [%s]", dst_name);
+    return false;
+  }
+  return copy_content(dst, src, &buffers);
+}
+
 bool open_pair(OpenPartition* dst, OpenPartition* src, const char* dst_name, const char* src_name,
                int partition_type) {
   if (!src->open_node(src_name, partition_type)) {
@@ -271,15 +284,7 @@ static int sync_partition(char* dst_partition, char* src_partition, int partitio
   if (!open_pair(&dst, &src, dst_partition, src_partition, partition_type)) {
     return -1;
   }
-  WalkBuffers buffers(src.block_size());
-  if (!buffers.ready(__func__)) {
-    return -1;
-  }
-  if (erase_partition(dst_partition) != 0) {
-    UPI_LOG("Failed to erase dst partition [%s]", dst_partition);
-    return -1;
-  }
-  if (!copy_content(&dst, &src, &buffers)) {
+  if (!erase_and_copy(&dst, &src, dst_partition)) {
     return -1;
   }
   if (partition_hash_cmp(dst_partition, src_partition, partition_type) != 0) {
