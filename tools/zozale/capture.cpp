@@ -58,8 +58,9 @@ Capture::Capture(OnLine on_line, OnTick on_tick)
 Capture::~Capture() {
   fflush(stdout);
   dup2(standard_output_.get(), STDOUT_FILENO);
-  lines_.write = Descriptor(-1);
-  stop_.write = Descriptor(-1);
+  const char stop = 0;
+  while (write(stop_.write.get(), &stop, 1) < 0 && errno == EINTR) {
+  }
   reader_.join();
 }
 

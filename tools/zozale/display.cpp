@@ -48,7 +48,7 @@ std::string describe(const MeterReading& reading) {
   if (reading.bad_blocks_skipped > 0) {
     text += ", " + counted(reading.bad_blocks_skipped, "bad block") + " skipped";
   }
-  if (reading.seconds_left) {
+  if (reading.seconds_left.value_or(0) > 0) {
     text += ", " + clock_time(*reading.seconds_left) + " left";
   }
   return text;
@@ -100,7 +100,8 @@ void Display::show_bar(const MeterReading& reading) {
 void Display::show_line(const MeterReading& reading) {
   const std::string step = step_of(reading);
   const int tenth = reading.percent / 10;
-  if (step == step_ && tenth == tenth_) {
+  const bool step_is_done = reading.bytes_total > 0 && reading.bytes_done == reading.bytes_total;
+  if (step == step_ && (tenth == tenth_ || step_is_done)) {
     return;
   }
   step_ = step;

@@ -159,6 +159,32 @@ void examine_systems(Examination& examination, const T_BOOT_FOTA_FLAG& flag,
   }
 }
 
+bool is_good(const T_DualSystem_Status& system) {
+  return system.status == DUALSYSTEM_STATUS_BOOTABLE ||
+         system.status == DUALSYSTEM_STATUS_SUCCESSFUL;
+}
+
+// What it does with a boot target and the other system, in this order.
+std::string forecast(const std::string& first, const T_DualSystem_Status& wanted,
+                     const std::string& second, const T_DualSystem_Status& spare) {
+  const bool spare_boots = spare.status != DUALSYSTEM_STATUS_UNBOOTABLE;
+  if (wanted.status == DUALSYSTEM_STATUS_SUCCESSFUL) {
+    return "starts " + first + ", which has booted successfully";
+  }
+  if (wanted.status == DUALSYSTEM_STATUS_UNBOOTABLE && !spare_boots) {
+    return "finds both systems unbootable: what it starts is its own choice";
+  }
+  if (wanted.status == DUALSYSTEM_STATUS_UNBOOTABLE) {
+    return "passes over " + first + ", which is unbootable, and starts " + second;
+  }
+  if (!is_good(wanted) && is_good(spare)) {
+    return "passes over " + first + ", whose status is unknown, and starts " + second;
+  }
+  return "starts " + first + " (" + std::to_string(wanted.try_cnt) + " attempts made)" +
+         (spare_boots ? ", and " + second + " once its attempts are used up"
+                      : "; there is no other system to fall back to");
+}
+
 }  // namespace
 
 std::string boot_forecast(const T_BOOT_FOTA_FLAG& flag) {
@@ -169,23 +195,7 @@ std::string boot_forecast(const T_BOOT_FOTA_FLAG& flag) {
   }
   const T_DualSystem_Status& wanted = *target == System::kA ? flag.system : flag.system2;
   const T_DualSystem_Status& spare = *target == System::kA ? flag.system2 : flag.system;
-  const std::string first = in_words(*target);
-  const std::string second = in_words(other(*target));
-  const bool spare_boots = spare.status != DUALSYSTEM_STATUS_UNBOOTABLE;
-  if (wanted.status == DUALSYSTEM_STATUS_UNBOOTABLE) {
-    return "the boot loader passes over " + first + ", which is unbootable, " +
-           (spare_boots ? "and starts " + second
-                        : "and finds " + second +
-                              " unbootable too: what it starts is its own "
-                              "choice");
-  }
-  if (wanted.status == DUALSYSTEM_STATUS_SUCCESSFUL) {
-    return "the boot loader starts " + first + ", which has booted successfully";
-  }
-  return "the boot loader starts " + first + " (" + std::to_string(wanted.try_cnt) +
-         " attempts made)" +
-         (spare_boots ? ", and " + second + " once its attempts are used up"
-                      : "; there is no other system to fall back to");
+  return "the boot loader " + forecast(in_words(*target), wanted, in_words(other(*target)), spare);
 }
 
 void examine_flags(Examination& examination, const MtdTable& table,

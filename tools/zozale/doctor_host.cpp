@@ -16,7 +16,7 @@
 namespace zozale::tool {
 namespace {
 
-constexpr const char* kWorkFolder = "/cache/ovu_fota_ab/";
+constexpr const char* kWorkFolder = "/cache/ovu_fota_ab";
 // The log grows to 1 MiB before it becomes the backup, which stays.
 constexpr uint64_t kLogRoom = 2UL * 1024 * 1024;
 

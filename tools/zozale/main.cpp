@@ -110,8 +110,10 @@ int CommandLine::run(int argc, char** argv) {
     return app_.exit(error) == 0 ? zozale::kExitDone : zozale::kExitUsage;
   }
   if (!command_) {
-    fputs("zozale: no command is given\n"
-          "  expected: one command\n  found:    none\n  next:     see 'zozale --help'\n", stderr);
+    fputs(
+        "zozale: no command is given\n"
+        "  expected: one command\n  found:    none\n  next:     see 'zozale --help'\n",
+        stderr);
     return zozale::kExitUsage;
   }
   return run_command();

@@ -50,6 +50,8 @@ class Meter {
   void finish();
 
   MeterReading reading() const;
+  // The kind of the current step, or of the last.
+  Work working_on() const { return work_; }
 
  private:
   struct Account {

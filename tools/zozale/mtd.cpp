@@ -30,8 +30,9 @@ File open_text(const char* path) {
 Descriptor open_node(const std::string& node) {
   const int fd = open(node.c_str(), O_RDONLY | O_CLOEXEC);
   if (fd < 0) {
-    throw Failure(kExitFailed, {"cannot open the flash node " + node, "the node readable",
-                                strerror(errno), "run zozale as root; check that the node is there"});
+    throw Failure(kExitFailed,
+                  {"cannot open the flash node " + node, "the node readable", strerror(errno),
+                   "run zozale as root; check that the node is there"});
   }
   return Descriptor(fd);
 }
@@ -85,15 +86,16 @@ const MtdEntry& MtdTable::require(const std::string& name) const {
                  "from " SYSTEM_PARTITION_TABLE_PATH});
 }
 
-Flash::Flash(const MtdEntry& entry) : name_(entry.name), fd_(open_node(entry.node())) {
-  read_geometry(entry.node());
+Flash::Flash(const MtdEntry& entry)
+    : name_(entry.name), node_(entry.node()), fd_(open_node(node_)) {
+  read_geometry();
   read_bad_blocks();
 }
 
-void Flash::read_geometry(const std::string& node) {
+void Flash::read_geometry() {
   mtd_info_user info = {};
   if (ioctl(fd_.get(), MEMGETINFO, &info) != 0) {
-    throw Failure(kExitFailed, {"cannot get the geometry of " + node, "an answer to MEMGETINFO",
+    throw Failure(kExitFailed, {"cannot get the geometry of " + node_, "an answer to MEMGETINFO",
                                 strerror(errno), "check that it is a raw MTD node"});
   }
   if (info.erasesize == 0 || info.writesize == 0) {
@@ -101,7 +103,7 @@ void Flash::read_geometry(const std::string& node) {
                                      "an erase size above 0",
                                      "erase size " + std::to_string(info.erasesize) +
                                          ", page size " + std::to_string(info.writesize),
-                                     "check the flash driver of " + node});
+                                     "check the flash driver of " + node_});
   }
   block_size_ = info.erasesize;
   page_size_ = info.writesize;

@@ -47,6 +47,7 @@ class Flash {
   explicit Flash(const MtdEntry& entry);
 
   const std::string& name() const { return name_; }
+  const std::string& node() const { return node_; }
   uint32_t block_size() const { return block_size_; }
   uint32_t page_size() const { return page_size_; }
   uint32_t blocks() const { return blocks_; }
@@ -61,10 +62,11 @@ class Flash {
   bool read_good(uint32_t index, uint8_t* buffer, size_t len) const;
 
  private:
-  void read_geometry(const std::string& node);
+  void read_geometry();
   void read_bad_blocks();
 
   std::string name_;
+  std::string node_;
   Descriptor fd_;
   uint32_t block_size_ = 0;
   uint32_t page_size_ = 0;

@@ -14,6 +14,7 @@ PlanItem item_for(const std::string& name, const Flash& target) {
   PlanItem item;
   item.name = name;
   item.mtd = target.name();
+  item.node = FileIdentity::of(target.node());
   item.blocks = target.blocks();
   item.good_blocks = target.good_blocks();
   item.bad_blocks = target.bad_blocks();
@@ -73,6 +74,7 @@ PlanItem plan_copy(const TableEntry& entry, System target_system, const MtdTable
   PlanItem item = item_for(entry.name, target);
   item.bytes = uint64_t{content.blocks} * source.block_size();
   item.needed_blocks = content.blocks;
+  item.source = FileIdentity::of(source.node());
   item.hidden_block = content.hidden_block;
   if (compare == Compare::kYes) {
     const std::optional<Content> held = read_content(target, false);
@@ -149,13 +151,18 @@ void require_room(const Plan& plan) {
   }
 }
 
-std::vector<std::string> hidden_data_warnings(const Plan& plan) {
+std::vector<std::string> sync_warnings(const Plan& plan) {
   std::vector<std::string> warnings;
   for (const PlanItem& item : plan.items) {
     if (item.hidden_block) {
       warnings.push_back("the source of " + printable(item.mtd) + " holds data in block " +
                          std::to_string(*item.hidden_block) +
                          ", behind its first erased block: it is neither compared nor copied");
+    }
+    if (item.needed_blocks == 0) {
+      warnings.push_back("the source of " + printable(item.mtd) +
+                         " holds nothing before its first erased block: what " +
+                         printable(item.mtd) + " holds will be erased");
     }
   }
   return warnings;

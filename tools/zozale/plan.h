@@ -13,6 +13,7 @@
 #include "common/partition_table.h"
 #include "zozale-package/package_view.h"
 #include "zozale/mtd.h"
+#include "zozale/position.h"
 #include "zozale/report.h"
 #include "zozale/terms.h"
 
@@ -22,8 +23,10 @@ namespace zozale::tool {
 enum class Compare { kNo, kYes };
 
 struct PlanItem {
-  std::string name;  // in the partition table
-  std::string mtd;   // the target's MTD partition
+  std::string name;     // in the partition table
+  std::string mtd;      // the target's MTD partition
+  FileIdentity node;    // its node
+  FileIdentity source;  // synchronisation only: the source's node
   uint64_t bytes = 0;
   uint32_t blocks = 0;  // of the target's partition, bad ones too
   uint32_t good_blocks = 0;
@@ -55,8 +58,8 @@ Plan plan_sync(const PartitionTable& table, System target, const MtdTable& flash
 // Failure(kExitDeviceUnfit) naming every partition with too few good blocks.
 void require_room(const Plan& plan);
 
-// The warnings about what a synchronisation does not copy, one a line.
-std::vector<std::string> hidden_data_warnings(const Plan& plan);
+// What a synchronisation does not copy, and what it only erases: a sentence each.
+std::vector<std::string> sync_warnings(const Plan& plan);
 
 // Failure(kExitDeviceUnfit) when the plan would write to a partition of the running system, as a
 // table with an entry that is another one's twin makes it.

@@ -4,6 +4,17 @@
 #include <cstdio>
 
 namespace zozale::tool {
+namespace {
+
+// On one line, or on many for people; bytes that are no UTF-8 are replaced.
+void print(const Json& document, bool one_line) {
+  constexpr int kIndent = 2;
+  const std::string text =
+      document.dump(one_line ? -1 : kIndent, ' ', false, Json::error_handler_t::replace);
+  printf("%s\n", text.c_str());
+}
+
+}  // namespace
 
 Report::Report(const std::string& command, bool json) : command_(command), json_(json) {}
 
@@ -28,26 +39,37 @@ void Report::fail(const Trouble& trouble) {
   }
 }
 
+Json Report::heading() const {
+  return {{"schema", "zozale/1"}, {"command", command_}};
+}
+
+void Report::tell_event(const std::string& event, const Json& facts) const {
+  Json document = heading();
+  document["event"] = event;
+  document.update(facts);
+  print(document, true);
+}
+
 int Report::finish(ExitCode code) {
   if (json_) {
-    Json document = {{"schema", "zozale/1"}, {"command", command_}};
+    Json document = heading();
+    if (events_) {
+      document["event"] = "end";
+    }
     document.update(data_);
     document["warnings"] = warnings_;
     if (!error_.is_null()) {
       document["error"] = error_;
     }
     document["exit"] = static_cast<int>(code);
-    printf("%s\n", dump(document, 2).c_str());
+    print(document, events_);
   }
-  if (fflush(stdout) != 0 && code == kExitDone) {
+  const bool lost = fflush(stdout) != 0 || ferror(stdout) != 0;
+  if (lost && code == kExitDone) {
     fputs("zozale: cannot write to standard output; the command itself succeeded\n", stderr);
     return kExitFailed;
   }
   return code;
-}
-
-std::string dump(const Json& document, int indent) {
-  return document.dump(indent, ' ', false, Json::error_handler_t::replace);
 }
 
 }  // namespace zozale::tool

@@ -20,6 +20,11 @@ class Report {
   // Members of the document beside "schema", "command", "warnings", "error" and "exit".
   Json& data() { return data_; }
 
+  // From here on each fact is a JSON line of its own, and the document is the last, an "end".
+  void follow_events() { events_ = true; }
+  // One such line: `facts` and the event's name. Only with `json` and follow_events().
+  void tell_event(const std::string& event, const Json& facts) const;
+
   // A line on standard output.
   void say(const std::string& line) const;
   // A line on standard error, and among "warnings".
@@ -31,15 +36,15 @@ class Report {
   int finish(ExitCode code);
 
  private:
+  Json heading() const;
+
   std::string command_;
   bool json_;
+  bool events_ = false;
   Json data_ = Json::object();
   Json warnings_ = Json::array();
   Json error_;
 };
-
-// One document in text form; bytes that are no UTF-8 are replaced.
-std::string dump(const Json& document, int indent);
 
 }  // namespace zozale::tool
 

@@ -21,6 +21,10 @@ bool tells_skipped_block(const LogLine& line) {
   return number_after(line.message, "Mtd, not erasing bad block at ").has_value();
 }
 
+bool tells_lookup(const LogLine& line, const std::string& mtd) {
+  return line.is("mtd_find", "partition name:" + mtd + ", type:0");
+}
+
 uint64_t content_size(const PackageView& package) {
   return package.file_size - kHeadSize;
 }
@@ -38,7 +42,9 @@ void MeteredFollower::on_tick() {
 }
 
 VerifySteps::VerifySteps(Meter& meter, Display& display, const PackageView& package)
-    : MeteredFollower(meter, display), package_(package) {
+    : MeteredFollower(meter, display),
+      package_(package),
+      file_(FileIdentity::of(UPGRADE_PACKAGE_PATH)) {
   meter.plan(Work::kRead, content_size(package));
   for (const PackageEntry& entry : package.partitions) {
     meter.plan(Work::kRead, static_cast<uint64_t>(entry.len));
@@ -64,11 +70,21 @@ bool VerifySteps::take(const LogLine& line) {
 }
 
 void VerifySteps::begin_image(std::string_view name) {
-  const bool known = images_ < package_.partitions.size();
-  const uint64_t len = known ? static_cast<uint64_t>(package_.partitions[images_].len) : 0;
-  ++images_;
   image_ = name;
+  uint64_t len = 0;
+  if (images_ < package_.partitions.size()) {
+    const PackageEntry& entry = package_.partitions[images_++];
+    start_ = static_cast<uint64_t>(entry.offset);
+    len = static_cast<uint64_t>(entry.len);
+  }
   meter().begin_step(Work::kRead, "verifying the image of", image_, len);
+}
+
+void VerifySteps::look() {
+  const uint64_t position = position_in(file_).value_or(0);
+  if (position > start_) {
+    meter().reach(position - start_);
+  }
 }
 
 bool PartitionSteps::take(const LogLine& line) {
@@ -88,12 +104,22 @@ bool PartitionSteps::take(const LogLine& line) {
   return take_in_partition(line);
 }
 
+void PartitionSteps::look() {
+  if (!written_.empty()) {
+    look_in_partition();
+  }
+}
+
 size_t PartitionSteps::count_written() const {
   return static_cast<size_t>(std::count(written_.begin(), written_.end(), true));
 }
 
-void PartitionSteps::begin_step(Work work, const std::string& stage, uint64_t bytes) {
+void PartitionSteps::set_place(const std::string& stage) {
   place_ = stage + " " + item().mtd;
+}
+
+void PartitionSteps::begin_step(Work work, const std::string& stage, uint64_t bytes) {
+  set_place(stage);
   meter().begin_step(work, stage, item().mtd, bytes);
 }
 
@@ -119,7 +145,7 @@ bool UpgradeSteps::begins_partition(const LogLine& line) const {
 }
 
 void UpgradeSteps::begin_partition() {
-  begin_step(Work::kRead, "opening", 0);
+  set_place("opening");
 }
 
 bool UpgradeSteps::take_in_partition(const LogLine& line) {
@@ -141,6 +167,13 @@ bool UpgradeSteps::take_in_partition(const LogLine& line) {
     return false;
   }
   return true;
+}
+
+// While it writes, the library tells every block.
+void UpgradeSteps::look_in_partition() {
+  if (meter().working_on() == Work::kRead) {
+    meter().reach(position_in(item().node).value_or(0));
+  }
 }
 
 void plan_sync_work(Meter& meter, uint64_t bytes) {
@@ -165,8 +198,8 @@ bool SyncSteps::take_in_partition(const LogLine& line) {
   } else if (ends(line, "erase_partition")) {
     copying_ = true;
     begin_step(Work::kWrite, "copying to", item().bytes);
-  } else if (copying_ && line.function == "mtd_find") {
-    // After the copy the second comparison looks its partitions up.
+  } else if (copying_ && tells_lookup(line, item().mtd)) {
+    // After the copy the second comparison looks its partitions up, the target's first.
     copying_ = false;
     begin_step(Work::kRead, "checking what was copied to", 2 * item().bytes);
   } else if (between(line.message, "dst partition [", "], do not sync")) {
@@ -177,6 +210,13 @@ bool SyncSteps::take_in_partition(const LogLine& line) {
     return false;
   }
   return true;
+}
+
+// A comparison reads the target and then the source.
+void SyncSteps::look_in_partition() {
+  const uint64_t source =
+      meter().working_on() == Work::kRead ? position_in(item().source).value_or(0) : 0;
+  meter().reach(source > 0 ? item().bytes + source : position_in(item().node).value_or(0));
 }
 
 }  // namespace zozale::tool

@@ -13,6 +13,7 @@
 #include "zozale/library.h"
 #include "zozale/meter.h"
 #include "zozale/plan.h"
+#include "zozale/position.h"
 
 namespace zozale::tool {
 
@@ -27,6 +28,8 @@ class MeteredFollower : public Follower {
  protected:
   // True when the line moved the meter: most do not.
   virtual bool take(const LogLine& line) = 0;
+  // Moves the meter by what the kernel tells, while no line comes.
+  virtual void look() = 0;
   Meter& meter() { return meter_; }
 
  private:
@@ -47,11 +50,14 @@ class VerifySteps : public MeteredFollower {
 
  protected:
   bool take(const LogLine& line) override;
+  void look() override;
 
  private:
   void begin_image(std::string_view name);
 
   const PackageView& package_;
+  FileIdentity file_;
+  uint64_t start_ = kHeadSize;  // of what is being hashed, in the file
   size_t images_ = 0;
   std::string image_;
   bool digest_differs_ = false;
@@ -67,7 +73,7 @@ class PartitionSteps : public MeteredFollower {
   PartitionSteps(Meter& meter, Display& display, const Plan& plan)
       : MeteredFollower(meter, display), plan_(plan) {}
 
-  // For each partition that was come to, whether it was written (or begun to be).
+  // For each partition that was reached, whether it was written (or begun to be).
   const std::vector<bool>& written() const { return written_; }
   size_t count_written() const;
   // What was being done last, as "writing rootfs2"; empty before the first partition.
@@ -75,12 +81,15 @@ class PartitionSteps : public MeteredFollower {
 
  protected:
   bool take(const LogLine& line) final;
+  void look() final;
   virtual bool begins_partition(const LogLine& line) const = 0;
   virtual void begin_partition() = 0;
   virtual bool take_in_partition(const LogLine& line) = 0;
+  virtual void look_in_partition() = 0;
 
   const PlanItem& item() const { return plan_.items.at(written_.size() - 1); }
   bool writing() const { return written_.back(); }
+  void set_place(const std::string& stage);
   void begin_step(Work work, const std::string& stage, uint64_t bytes);
   // Erasing: the partition is being written from here on.
   void begin_erasing();
@@ -102,6 +111,7 @@ class UpgradeSteps : public PartitionSteps {
   bool begins_partition(const LogLine& line) const override;
   void begin_partition() override;
   bool take_in_partition(const LogLine& line) override;
+  void look_in_partition() override;
 
  private:
   uint64_t chunk_ = 0;  // bytes of the block that is being written
@@ -120,6 +130,7 @@ class SyncSteps : public PartitionSteps {
   bool begins_partition(const LogLine& line) const override;
   void begin_partition() override;
   bool take_in_partition(const LogLine& line) override;
+  void look_in_partition() override;
 
  private:
   bool copying_ = false;

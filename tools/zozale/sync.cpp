@@ -68,7 +68,7 @@ Plan prepare(Session& session, System target) {
   require_usable(read_flags(flash));
   const Compare compare = session.options.dry_run ? Compare::kYes : Compare::kNo;
   Plan plan = plan_sync(require_harmless_table(), target, flash, compare);
-  for (const std::string& warning : hidden_data_warnings(plan)) {
+  for (const std::string& warning : sync_warnings(plan)) {
     session.report.warn(warning);
   }
   return plan;

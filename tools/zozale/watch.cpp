@@ -2,7 +2,6 @@
 //
 // Follows an operation of another process by what it leaves in the store.
 #include <chrono>
-#include <cstdio>
 #include <thread>
 
 #include "zozale/session.h"
@@ -42,7 +41,7 @@ std::string line_of(const StoreState& state, bool sync) {
 }
 
 Json json_of(const StoreState& state, bool sync) {
-  Json json = {{"schema", "zozale/1"}, {"command", "watch"}, {"event", "progress"}};
+  Json json;
   json["operation"] = sync ? "sync" : "upgrade";
   json["status"] = sync ? sync_word(state.sync_status.value_or(-1))
                         : upgrade_word(state.upgrade_status.value_or(-1));
@@ -96,7 +95,7 @@ StoreState Watch::follow(StoreState state) {
 
 void Watch::show(const StoreState& state) const {
   if (session_.options.json) {
-    printf("%s\n", dump(json_of(state, sync_), -1).c_str());
+    session_.report.tell_event("progress", json_of(state, sync_));
   } else {
     session_.report.say(line_of(state, sync_));
   }
@@ -117,9 +116,7 @@ void Watch::count_unchanged() {
 }
 
 ExitCode tell_end(Session& session, const StoreState& state, bool sync) {
-  Json& data = session.report.data();
-  data["operation"] = sync ? "sync" : "upgrade";
-  data["status"] = json_of(state, sync)["status"];
+  session.report.data() = json_of(state, sync);
   if (failed(state, sync)) {
     throw Failure(kExitFailed, {line_of(state, sync), "the operation to succeed", "it failed",
                                 "look into the library's log, /cache/ovu_fota_ab/upi_ab.log"});
@@ -142,6 +139,7 @@ ExitCode tell_nothing_under_way(Session& session, const StoreState& state) {
 }  // namespace
 
 ExitCode watch(Session& session) {
+  session.report.follow_events();
   require_store();
   const StoreState first = read_store();
   const bool sync = !first.upgrade_under_way();
