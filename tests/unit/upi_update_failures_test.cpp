@@ -76,6 +76,10 @@ const support::LogLine kNoInit = {"upgrade_partition",
                                   "Init device data error! partition name:kernel"};
 const support::LogLine kBeginDeInit = {"de_init_partition_device_data",
                                        "de_init_partition_device_data func begin!"};
+// The protection cannot be restored without a descriptor; one that was closed already is not used.
+const support::LogLine kNoDescriptor = {
+    "de_init_partition_device_data",
+    "Failed to disable mtd writeable!  error:9[Bad file descriptor]"};
 const support::LogLine kEndDeInit = {"de_init_partition_device_data",
                                      "de_init_partition_device_data func end!"};
 const support::LogLine kNoErase = {"upgrade_image", "Failed to erase mtd partition kernel"};
@@ -96,6 +100,7 @@ const std::vector<Failure> kFailures = {
       kNoInfo,
       kNoInit,
       kBeginDeInit,
+      kNoDescriptor,
       kEndDeInit}},
     {"Geometry",
      {Op::memgetinfo, kPartition, 1, EIO},
@@ -103,6 +108,7 @@ const std::vector<Failure> kFailures = {
       kNoInfo,
       kNoInit,
       kBeginDeInit,
+      kNoDescriptor,
       kEndDeInit}},
     {"LiftingTheProtection",
      {Op::protect_lift, kPartition, 1, EPERM},
@@ -247,6 +253,7 @@ TEST_F(UpdateFailureTest, AKindThatCannotBeUpdatedFails) {
          kNoInfo,
          kNoInit,
          kBeginDeInit,
+         kNoDescriptor,
          kEndDeInit}));
     EXPECT_TRUE(run.made(Op::protect_lift).size() == 4) << "the flags partition's only";
     EXPECT_TRUE(squatter.lost().empty());
