@@ -2,6 +2,7 @@
 //
 // zozale-sim: makes a simulated device, runs programs on it, restarts it, shows it.
 #include <CLI/CLI.hpp>
+#include <cstdlib>
 #include <fstream>
 #include <iostream>
 #include <iterator>
@@ -57,8 +58,15 @@ std::vector<sim::System> dead_systems(const Options& options) {
   return dead;
 }
 
+// The boot loader writes flash too, so a power cut may strike it.
+[[noreturn]] void power_went() {
+  std::cerr << "zozale-sim: the power went while the boot loader wrote; start the device again.\n";
+  std::_Exit(sim::kPowerCutStatus);
+}
+
 int reboot(const Options& options) {
   sim::Device device = sim::Device::open(options.device);
+  sim::on_power_cut(power_went);
   const auto history = sim::boot_until_up(device, dead_systems(options), options.limit);
   int number = 0;
   for (const sim::BootResult& result : history.boots) {

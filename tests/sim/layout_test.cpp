@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <fstream>
+#include <sstream>
 #include <stdexcept>
 
 #include "tests/support/device_test.h"
@@ -175,6 +176,16 @@ TEST(FaultsFile, MistakesAreNamed) {
   EXPECT_THAT(faults_complaint("[[block]]\npartition = \"k\"\nblock = 1\ndefect = \"old\"\n"),
               HasSubstr("block[0].defect: found 'old', expected one of: bad, worn"));
   EXPECT_THAT(faults_complaint("fault = 1\n"), HasSubstr("fault: found 1, expected a list"));
+}
+
+TEST(SimulatorPage, NamesEveryOperation) {
+  std::ifstream in(SIMULATOR_PAGE);
+  std::ostringstream page;
+  page << in.rdbuf();
+  for (std::size_t i = 0; i < sim::kOpCount; ++i) {
+    const std::string name = sim::op_name(static_cast<sim::Op>(i));
+    EXPECT_THAT(page.str(), HasSubstr("`" + name + "`"));
+  }
 }
 
 }  // namespace

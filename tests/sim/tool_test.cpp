@@ -247,6 +247,18 @@ TEST_F(ToolTest, RebootTellsWhatItDoes) {
   EXPECT_THAT(dead.output, HasSubstr("did not come up in 4 starts"));
 }
 
+TEST_F(ToolTest, PowerMayGoWhileTheBootLoaderWrites) {
+  {
+    sim::Device opened = sim::Device::open(device);
+    sim::write_records(opened, sim::factory_record());
+    opened.faults().set_power_cut({3, sim::CutKind::torn, {}, {}});
+  }
+  const Finished cut = tool("reboot");
+  EXPECT_EQ(cut.status, 76);
+  EXPECT_THAT(cut.output, HasSubstr("the power went while the boot loader wrote"));
+  EXPECT_EQ(tool("reboot").status, 0);
+}
+
 TEST_F(ToolTest, DumpsPastBadBlocks) {
   write("image", std::string(3000, 'x'));
   {
