@@ -349,16 +349,25 @@ TEST_F(InfoTest, TwoInvalidCopiesAreNone) {
             found_flags() + info_said("Do not find valid flag info!"));
 }
 
-// What an earlier call read must not pass for a copy that is not there.
+// Leaves the magic all over the stack that the next call uses.
+__attribute__((noinline)) void litter_stack() {
+  volatile std::uint32_t words[4096];
+  for (volatile std::uint32_t& word : words) {
+    word = FOTA_FLAG_MAGIC;
+  }
+}
+
+// What lies about in memory must not pass for a copy that could not be read.
 TEST_F(InfoTest, CopyThatIsNotThereIsNeverValid) {
-  put(0, sample_record(1));
-  put(1, sample_record(2));
-  EXPECT_EQ(get_info_from_img_boot_flag(&info_), 0);
-  flags().set_reported_info(sim::MtdInfo{0, kBlock, 512, 16});
-  EXPECT_EQ(get_info_from_img_boot_flag(&info_), -1);
-  flags().set_reported_info(sim::MtdInfo{kBlock, kBlock, 512, 16});
   put(0, with(sample_record(1), kMagic, 7));
+  flags().set_reported_info(sim::MtdInfo{kBlock, kBlock, 512, 16});
+  litter_stack();
   EXPECT_EQ(get_info_from_img_boot_flag(&info_), -1);
+  flags().set_reported_info(sim::MtdInfo{0, kBlock, 512, 16});
+  litter_stack();
+  EXPECT_EQ(get_info_from_img_boot_flag(&info_), -1);
+  litter_stack();
+  EXPECT_EQ(upi_get_system_boot_to(), -1);
 }
 
 TEST_F(InfoTest, FailedReadingIsTold) {

@@ -146,15 +146,29 @@ std::string long_path(std::size_t length) {
 
 // The file's copy is cut to 509 characters, line feed and all; the console's is whole.
 TEST_F(LogTest, LongDiagnosticIsCutInTheFileOnly) {
-  const std::string path = long_path(1010);
-  std::string console;
-  {
-    const Clock clock(1700000000, 7);
-    console = printed([&] { upi_check_file_existence(path.c_str()); });
+  const Clock clock(1700000000, 7);
+  std::string file;
+  for (const std::size_t length : {1010U, 1200U, 1250U, 1300U, 4000U, 20000U}) {
+    const std::string path = long_path(length);
+    const std::string console = printed([&] { upi_check_file_existence(path.c_str()); });
+    EXPECT_EQ(support::parse_console(console),
+              (std::vector<LogLine>{{"upi_check_file_existence", path + " not exist"}}));
+    file += console.substr(0, 509) + " \n ";
+    EXPECT_EQ(device().read_file(kLog), file);
   }
-  EXPECT_EQ(support::parse_console(console),
-            (std::vector<LogLine>{{"upi_check_file_existence", path + " not exist"}}));
-  EXPECT_EQ(device().read_file(kLog), console.substr(0, 509) + " \n ");
+}
+
+TEST_F(LogTest, DiagnosticOfEveryLengthIsWholeOnTheConsole) {
+  const std::string console = printed([] {
+    for (std::size_t length = 400; length < 1500; ++length) {
+      upi_check_file_existence(long_path(length).c_str());
+    }
+  });
+  const auto lines = support::parse_console(console);
+  ASSERT_EQ(lines.size(), 1100U);
+  for (std::size_t i = 0; i < lines.size(); ++i) {
+    ASSERT_EQ(lines[i], (LogLine{"upi_check_file_existence", long_path(400 + i) + " not exist"}));
+  }
 }
 
 TEST_F(LogTest, DiagnosticOf509CharactersIsWholeInTheFile) {

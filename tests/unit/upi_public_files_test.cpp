@@ -135,6 +135,17 @@ TEST_F(FilesTest, CreateFolderTellsAncestorsThatCannotBeMade) {
   EXPECT_FALSE(is_folder("/cache/a"));
 }
 
+// A log that fails in its own way between the failure and the message about it changes nothing.
+TEST_F(FilesTest, CreateFolderTellsItsOwnErrorWhateverHappensToTheLog) {
+  static_cast<void>(support::printed([] { upi_close_logfile(); }));
+  device().faults().add({sim::Op::fopen, UPI_LOG_PATH, 1, EMFILE, true});
+  fail(sim::Op::mkdir, "/cache/a", EROFS);
+  const std::string console =
+      support::printed([] { EXPECT_EQ(upi_create_folder("/cache/a/b"), -1); });
+  EXPECT_NE(console.find("]: Create folder problem value: -1, errno: 30\n"), std::string::npos)
+      << console;
+}
+
 TEST_F(FilesTest, CreateFolderTellsTheErrorOfTheLastAttempt) {
   fail(sim::Op::mkdir, "/cache/a/b", ENOSPC, 2);
   const Lines lines = logged([] { EXPECT_EQ(upi_create_folder("/cache/a/b"), -1); });

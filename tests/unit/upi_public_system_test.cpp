@@ -114,6 +114,8 @@ TEST_F(SystemTest, TabSeparatesNothing) {
   EXPECT_EQ(current(), -1);
   EXPECT_EQ(lines(), (Lines{kBegin, said("buff:quiet\tsystem=system_a\n"),
                             said("para:quiet\tsystem=system_a\n"), said(kNothingFound), kEnd}));
+  cmdline("console=ttyS0 root=/dev/a quiet\tsystem=system_a\n");
+  EXPECT_EQ(current(), -1);
   cmdline("system=system_b\tquiet\n");
   EXPECT_EQ(current(), 2);
 }

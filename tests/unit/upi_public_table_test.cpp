@@ -333,6 +333,13 @@ TEST_F(TableTest, MagicAndPlatTogetherMustMakeFourCharacters) {
   refused(table("16843009"), "magic len invalid");
 }
 
+TEST_F(TableTest, NumbersAreDecimal) {
+  refused(table("0400"), "magic len invalid");
+  refused(table("0x100"), "Read [Head Info] fail");
+  ASSERT_EQ(read(table("00256")), 0);
+  EXPECT_EQ(record().system_partition_info_head.plat, 256);
+}
+
 TEST_F(TableTest, LongMagicStopsTheHead) {
   refused(table("0", "SUPIX"), "Read [Head Info] fail");
 }
