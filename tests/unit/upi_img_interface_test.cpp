@@ -19,7 +19,7 @@ using sim::Op;
 using support::logged;
 using namespace unit;
 
-constexpr std::uint32_t kBlock = 2048;
+constexpr std::size_t kBlock = 2048;
 constexpr unsigned long kHigh = 0x80000000;
 
 std::string pointer(const void* address) {

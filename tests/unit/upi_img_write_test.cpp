@@ -20,7 +20,7 @@ using sim::Op;
 using support::logged;
 using namespace unit;
 
-constexpr std::uint32_t kBlock = 2048;
+constexpr std::size_t kBlock = 2048;
 
 // kernel: 4 blocks of 4 pages, 0 and 2 bad; rootfs: 4 good blocks.
 class WriteBlockTest : public support::DeviceTest {

@@ -13,7 +13,6 @@
 
 namespace {
 
-using sim::Fault;
 using sim::Op;
 using support::logged;
 using namespace unit;
@@ -27,9 +26,10 @@ class MtdTableTest : public support::DeviceTest {
   void table(const std::string& text) { device().write_file("/proc/mtd", text); }
   // The node that mtd_find() names, or "none".
   std::string find(const std::string& name, device_type_t kind = DEVICE_MTD) {
-    std::string path(kMtdPathSize, '\xAA');
-    logged([&] { result_ = mtd_find(name.c_str(), path.data(), kind, kMtdPathSize); });
-    return result_ == 0 ? std::string(path.c_str()) : "none";
+    char path[kMtdPathSize];
+    memset(path, 0xAA, sizeof path);
+    logged([&] { result_ = mtd_find(name.c_str(), path, kind, sizeof path); });
+    return result_ == 0 ? path : "none";
   }
   bool exists(int target, std::string name) {
     logged([&] { result_ = is_partition_exist(target, name.data()); });
@@ -233,7 +233,10 @@ TEST_F(MtdFindTest, PassesOverLinesWithoutAllFourValues) {
         "mtd1: xyz 00020000 \"kernel\"\n", " mtd1: 00020000 00020000 \"kernel\"\n",
         "MTD1: 00020000 00020000 \"kernel\"\n", "mtd1: 00020000 00020000 \"\"\n",
         "mtd1: 00020000 00020000\n", "#mtd1: 00020000 00020000 \"kernel\"\n"}) {
-    table(kHeading + line + kKernel5);
+    std::string text = kHeading;
+    text += line;
+    text += kKernel5;
+    table(text);
     EXPECT_EQ(find("kernel"), "/dev/mtd5") << line;
   }
 }

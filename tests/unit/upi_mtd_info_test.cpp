@@ -45,6 +45,10 @@ Lines geometry_lines(const std::string& speaker, int fd) {
                            "mtd partition file description:" + std::to_string(fd)});
 }
 
+std::string bytes_of(const device_data_t& data) {
+  return {reinterpret_cast<const char*>(&data), sizeof data};
+}
+
 class MtdInfoTest : public support::DeviceTest {
  protected:
   MtdInfoTest() {
@@ -242,13 +246,12 @@ TEST_F(MtdInfoTest, UpdateInfoFillsTheGeometryOfTheWorkRecord) {
 }
 
 TEST_F(MtdInfoTest, UpdateInfoChangesNothingElseOfTheWorkRecord) {
-  device_data_t before;
-  memset(&before, 0x55, sizeof before);
+  device_data_t before = data_;
   open_for_update("kernel2", DEVICE_MTD);
   EXPECT_EQ(close(update_info().parti_file_desc), 0);
   data_.mtd_info = before.mtd_info;
   before.partition_type = DEVICE_MTD;
-  EXPECT_EQ(memcmp(&data_, &before, sizeof before), 0);
+  EXPECT_EQ(bytes_of(data_), bytes_of(before));
 }
 
 TEST_F(MtdInfoTest, UpdateInfoDoesNotUseItsTarget) {

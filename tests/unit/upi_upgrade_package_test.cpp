@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "descriptor_squatter.h"
 #include "package_test.h"
 #include "upi_sync_system.h"
 #include "vemk_fota_ab_upgrade.h"
@@ -225,6 +226,25 @@ TEST_F(LoadTest, ReadsThroughInterruptions) {
   EXPECT_EQ(device().faults().struck(), 3U);
 }
 
+// --- Descriptors that are closed -----------------------------------------------------------------
+
+// A number that was closed may be somebody else's a moment later.
+TEST_F(LoadTest, ClosesNoDescriptorTwice) {
+  DescriptorSquatter squatter;
+  PackageFile package = support::system_package();
+  load();
+  load(package);
+  deinit_upgrade_package_info();
+  package.upgrade_type = 3;
+  load(package);
+  expect_refused();
+  package.magic = "FOTB";
+  load(package);
+  expect_refused();
+  EXPECT_TRUE(squatter.lost().empty());
+  EXPECT_GT(squatter.taken(), 0U);
+}
+
 // --- Release ------------------------------------------------------------------------------------
 
 class ReleaseTest : public PackageTest {
@@ -278,6 +298,22 @@ TEST_F(ReleaseTest, LeavesDescriptorZeroOpen) {
   ::close(0);
   ::dup2(standard_input, 0);
   ::close(standard_input);
+}
+
+// Callers release first; who does not keeps the earlier package and its descriptor.
+TEST_F(ReleaseTest, ASecondLoadReplacesTheFirst) {
+  load(support::system_package());
+  upgrade_package_info_t* const first = get_upgrade_package_info();
+  load(support::system_package());
+  EXPECT_NE(get_upgrade_package_info(), first);
+  EXPECT_EQ(held(),
+            (std::vector<int>{first->upgrade_package_file_desc, get_upgrade_package_file_fd()}));
+  EXPECT_EQ(get_upgrade_package_file_fd(), g_upgrade_package_fd);
+  release();
+  EXPECT_EQ(held(), std::vector<int>{first->upgrade_package_file_desc});
+  g_upgrade_package_info = first;
+  release();
+  EXPECT_TRUE(held().empty());
 }
 
 TEST_F(ReleaseTest, LoadsAgainAfterARelease) {

@@ -452,6 +452,19 @@ TEST_F(VerifyTargetTest, RefusesAnUnknownTargetOfAPackageWithoutPartitionsToo) {
   expect_refused(lines, kContentGood);
 }
 
+// No loaded package lacks its table; one that a host made up may.
+TEST_F(VerifyTargetTest, RefusesAPackageThatLacksItsTable) {
+  upgrade_package_head_info_t head{};
+  head.partition_num = 1;
+  upgrade_package_info_t made_up{&head, nullptr, nullptr, -1, 0};
+  g_upgrade_package_info = &made_up;
+  const LibraryRun run = run_library(verify_partition_info);
+  g_upgrade_package_info = nullptr;
+  EXPECT_EQ(run.result, -1);
+  EXPECT_EQ(run.log.back(),
+            said_by("verify_partition_info", {"Partition index [0] info is null!"})[0]);
+}
+
 TEST_F(VerifyTargetTest, AsksAboutOnePartition) {
   partition_head_info_t entry{};
   std::strcpy(entry.name, "kernel");
