@@ -184,16 +184,16 @@ static int erase_powered(struct mtd_info *mtd, struct erase_info *instr,
 {
 	const u64 wanted = mtd_div_by_eb(instr->len, mtd);
 	const u64 granted = take_operations(wanted);
-	struct erase_info done = *instr;
-	int error = 0;
+	struct erase_info cut = *instr;
 
 	if (partition)
 		partition->erases += granted;
-	done.len = granted * mtd->erasesize;
+	if (granted == wanted)
+		return chip_erase(mtd, instr);
+	cut.len = granted * mtd->erasesize;
 	if (granted > 0)
-		error = chip_erase(mtd, &done);
-	instr->fail_addr = done.fail_addr;
-	return power ? error : die();
+		chip_erase(mtd, &cut);
+	return die();
 }
 
 static int guarded_erase(struct mtd_info *mtd, struct erase_info *instr)
@@ -224,15 +224,15 @@ static int write_powered(struct mtd_info *mtd, loff_t to, struct mtd_oob_ops *op
 {
 	const u64 wanted = pages_of(mtd, ops);
 	const u64 granted = take_operations(wanted);
-	int error = 0;
 
 	if (partition)
 		partition->programs += granted;
-	if (granted < wanted && ops->datbuf)
-		ops->len = granted * mtd->writesize;
+	if (granted == wanted)
+		return chip_write_oob(mtd, to, ops);
+	ops->len = granted * mtd->writesize;
 	if (granted > 0)
-		error = chip_write_oob(mtd, to, ops);
-	return power ? error : die();
+		chip_write_oob(mtd, to, ops);
+	return die();
 }
 
 static int guarded_write_oob(struct mtd_info *mtd, loff_t to, struct mtd_oob_ops *ops)
