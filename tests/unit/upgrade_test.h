@@ -4,6 +4,8 @@
 #ifndef TESTS_UNIT_UPGRADE_TEST_H
 #define TESTS_UNIT_UPGRADE_TEST_H
 
+#include <cstddef>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -56,6 +58,19 @@ class UpgradeTest : public support::DeviceTest {
   // Bytes that good blocks hold after `data` was written to an erased partition.
   static sim::Bytes filled_up(sim::Bytes data, std::size_t size);
   void expect_image(sim::Partition partition, const sim::Bytes& data);
+
+  // The protection of an MTD partition was lifted and restored once, on the descriptor that was
+  // opened for it.
+  void expect_protection_bracket(const LibraryRun& run, const std::string& name);
+
+  // Lets the library's allocations fail one by one, a run each on the device as it is now, until
+  // one makes it say `line`; that run. A failure of the test when none does.
+  LibraryRun run_out_of_memory(const std::function<int()>& call, const support::LogLine& line);
+
+  // A name of this length, and a device with these MTD partitions besides the flags and a table of
+  // this one entry.
+  static std::string long_name(std::size_t length);
+  void use_names(const std::string& table_name, const std::vector<std::string>& mtd_names);
 
   LibraryRun upgrade(z_upgrade_flush_status_t* flush_status = nullptr);
   LibraryRun sync();

@@ -165,41 +165,24 @@ INSTANTIATE_TEST_SUITE_P(Of, UpdateFaultTest, ::testing::ValuesIn(kFailures),
 // --- Failures that a fault alone does not make. ---
 
 TEST_F(UpdateFailureTest, OfTheBufferSkipsTheHashAndTheErase) {
-  const sim::AllocationWatch watch;
-  bool refused = false;
-  for (std::uint64_t at = 1; !refused; ++at) {
-    device().faults().clear();
-    device().faults().add({Op::malloc, "libzozale", at, ENOMEM});
-    const LibraryRun run = upgrade();
-    ASSERT_EQ(device().faults().struck(), 1U) << "no allocation made the buffer";
-    refused = run.told_of("Malloc for image data fail");
-    if (refused) {
-      expect_failed_partition(run);
-      EXPECT_EQ(run.messages_of("upgrade_image"),
-                (Messages{"upgrade_image func begin!", "Malloc for image data fail"}));
-      EXPECT_TRUE(run.made(Op::memerase64).empty());
-      EXPECT_TRUE(partition(kPartition).write_protected());
-    }
-    allow_open_descriptors();  // a package that could not be loaded keeps its descriptor
-  }
+  allow_open_descriptors();  // a package that could not be loaded keeps its descriptor
+  const LibraryRun run = run_out_of_memory([] { return vemk_dual_upgrade(nullptr); },
+                                           {"upgrade_image", "Malloc for image data fail"});
+  expect_failed_partition(run);
+  EXPECT_EQ(run.messages_of("upgrade_image"),
+            (Messages{"upgrade_image func begin!", "Malloc for image data fail"}));
+  EXPECT_TRUE(run.made(Op::memerase64).empty());
+  EXPECT_TRUE(partition(kPartition).write_protected());
 }
 
 TEST_F(UpdateFailureTest, OfATailBlockIsAFailedWrite) {
-  const sim::AllocationWatch watch;
-  bool refused = false;
-  for (std::uint64_t at = 1; !refused; ++at) {
-    device().faults().clear();
-    device().faults().add({Op::malloc, "libzozale", at, ENOMEM});
-    const LibraryRun run = upgrade();
-    ASSERT_EQ(device().faults().struck(), 1U) << "no allocation made the tail block";
-    refused = run.told_of("Malloc for the lash block fail!");
-    if (refused) {
-      expect_failed_partition(run);
-      EXPECT_TRUE(run.said("upgrade_image", "Image write partition data failed"));
-      EXPECT_FALSE(run.said("write_mtd_partition_data", "Write data to mtd fail!"));
-    }
-    allow_open_descriptors();
-  }
+  allow_open_descriptors();
+  const LibraryRun run =
+      run_out_of_memory([] { return vemk_dual_upgrade(nullptr); },
+                        {"write_mtd_partition_data", "Malloc for the lash block fail!"});
+  expect_failed_partition(run);
+  EXPECT_TRUE(run.said("upgrade_image", "Image write partition data failed"));
+  EXPECT_FALSE(run.said("write_mtd_partition_data", "Write data to mtd fail!"));
 }
 
 TEST_F(UpdateFailureTest, AShortReadOfThePackageIsReadOn) {

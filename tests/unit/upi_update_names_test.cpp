@@ -9,26 +9,11 @@ namespace {
 using sim::System;
 using support::pattern;
 
-std::string name_of(std::size_t length) {
-  std::string name;
-  while (name.size() < length) {
-    name += static_cast<char>('a' + name.size() % 26);
-  }
-  return name;
-}
-
 class UpdateNamesTest : public UpgradeTest {
  protected:
-  // A table of one partition, and a device with these.
-  void use_names(const std::string& table_name, const std::vector<std::string>& mtd_names) {
-    sim::Layout layout = sim::test_layout();
-    layout.partitions.resize(1);
-    for (const std::string& name : mtd_names) {
-      layout.partitions.push_back({name, 4, {}});
-    }
-    layout.platform = {{table_name}};
-    layout.oem.clear();
-    use_layout(layout);
+  void use_names_and_package(const std::string& table_name,
+                             const std::vector<std::string>& mtd_names) {
+    use_names(table_name, mtd_names);
     put_package(platform_package({{table_name, image_}}));
   }
   bool is_erased(const std::string& name) {
@@ -39,8 +24,8 @@ class UpdateNamesTest : public UpgradeTest {
 };
 
 TEST_F(UpdateNamesTest, Of29CharactersKeepTheDigit) {
-  const std::string name = name_of(29);
-  use_names(name, {name, name + "2"});
+  const std::string name = long_name(29);
+  use_names_and_package(name, {name, name + "2"});
 
   EXPECT_EQ(upgrade().result, 0);
   expect_image(partition(name + "2"), image_);
@@ -49,8 +34,8 @@ TEST_F(UpdateNamesTest, Of29CharactersKeepTheDigit) {
 
 // The digit is cut off: what is written is the partition of the system that runs.
 TEST_F(UpdateNamesTest, Of30CharactersLoseTheDigit) {
-  const std::string name = name_of(30);
-  use_names(name, {name, name + "2"});
+  const std::string name = long_name(30);
+  use_names_and_package(name, {name, name + "2"});
 
   const LibraryRun run = upgrade();
 
@@ -62,8 +47,8 @@ TEST_F(UpdateNamesTest, Of30CharactersLoseTheDigit) {
 }
 
 TEST_F(UpdateNamesTest, Of30CharactersAreWholeForSystemA) {
-  const std::string name = name_of(30);
-  use_names(name, {name, name + "2"});
+  const std::string name = long_name(30);
+  use_names_and_package(name, {name, name + "2"});
   run_system(System::b);
 
   EXPECT_EQ(upgrade().result, 0);
@@ -71,8 +56,8 @@ TEST_F(UpdateNamesTest, Of30CharactersAreWholeForSystemA) {
 }
 
 TEST_F(UpdateNamesTest, Of31CharactersAreNotFound) {
-  const std::string name = name_of(31);
-  use_names(name, {name, name + "2"});
+  const std::string name = long_name(31);
+  use_names_and_package(name, {name, name + "2"});
   for (const System running : {System::a, System::b}) {
     run_system(running);
     const LibraryRun run = upgrade();
@@ -84,9 +69,9 @@ TEST_F(UpdateNamesTest, Of31CharactersAreNotFound) {
 }
 
 TEST_F(UpdateNamesTest, Of31CharactersStandForTheOneOf30) {
-  const std::string name = name_of(31);
-  const std::string cut = name_of(30);
-  use_names(name, {cut, cut + "2"});
+  const std::string name = long_name(31);
+  const std::string cut = long_name(30);
+  use_names_and_package(name, {cut, cut + "2"});
   for (const System running : {System::a, System::b}) {
     run_system(running);
     partition(cut).wipe();

@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// A synchronisation in which any one operation fails: what it says is what is on flash.
+#include "fault_sweep.h"
+#include "upi_sync_system.h"
+
+namespace {
+
+using support::pattern;
+
+class SyncSweepTest : public FaultSweepTest {
+ protected:
+  SyncSweepTest() {
+    write_flags([this](sim::BootRecord& record) {
+      record.set_status(target(), DUALSYSTEM_STATUS_SUCCESSFUL);
+    });
+    fill_systems();
+    running_of("kernel").flash(pattern(3000, 5));
+    target_of("rootfs").flash(running_of("rootfs").raw());
+  }
+
+  // Up to the erased block that ends the kernel; behind it anything may be left.
+  bool systems_are_equal() {
+    sim::Bytes kernel = target_of("kernel").good();
+    kernel.resize(2 * target_of("kernel").block_size());
+    return kernel == filled_up(pattern(3000, 5), kernel.size()) &&
+           target_of("rootfs").raw() == running_of("rootfs").raw() &&
+           target_of("oemdata").raw() == running_of("oemdata").raw();
+  }
+
+  void expect_truth(const LibraryRun& run) {
+    EXPECT_EQ(run.store.back().second, run.result == 0 ? "0" : "-1");
+    const int status = target_status();
+    if (run.result == 0) {
+      EXPECT_TRUE(systems_are_equal());
+      EXPECT_EQ(status == DUALSYSTEM_STATUS_BOOTABLE,
+                !run.told_of("set target system bootable fail"));
+    } else {
+      EXPECT_NE(status, DUALSYSTEM_STATUS_BOOTABLE);
+    }
+    if (status == DUALSYSTEM_STATUS_SUCCESSFUL) {
+      EXPECT_FALSE(run.told_of("erase_partition func begin!")) << "erased and not marked";
+    }
+  }
+};
+
+TEST_P(SyncSweepTest, TellsTheTruthAndCanBeRunAgain) {
+  const std::vector<sim::Bytes> running = running_contents();
+  const auto call = [] { return vemk_dual_sync_system(); };
+  sweep(call, [&](const LibraryRun& run) {
+    expect_truth(run);
+    expect_only_the_target_marked();
+    EXPECT_EQ(running_contents(), running);
+    EXPECT_EQ(run_library(call).result, 0);
+    EXPECT_TRUE(systems_are_equal());
+    EXPECT_EQ(target_status(), DUALSYSTEM_STATUS_BOOTABLE);
+  });
+  EXPECT_TRUE(systems_are_equal());
+}
+
+INSTANTIATE_TEST_SUITE_P(Of, SyncSweepTest,
+                         ::testing::Combine(::testing::Values(sim::System::a, sim::System::b),
+                                            ::testing::ValuesIn(failing_operations())),
+                         sweep_name);
+
+}  // namespace
