@@ -18,11 +18,17 @@ extern "C" [[noreturn]] void __chk_fail();
 namespace {
 
 using sim::Errno;
+using sim::Op;
 using sim::open_file;
 using sim::OpenFile;
 
 ssize_t give(const Errno& outcome, std::int64_t result) {
   return static_cast<ssize_t>(outcome.give(result));
+}
+
+std::int64_t transfer(int fd, const OpenFile& file, Op op, const void* buffer, std::size_t count,
+                      std::optional<std::int64_t> offset = std::nullopt) {
+  return sim::process_transfer(fd, file, {op, const_cast<void*>(buffer), count, offset});
 }
 
 // A position that the caller's type cannot hold.
@@ -56,7 +62,7 @@ SIM_API ssize_t read(int fd, void* buffer, std::size_t count) {
     return real_read(fd, buffer, count);
   }
   const Errno outcome;
-  return give(outcome, sim::process_read(fd, *file, buffer, count));
+  return give(outcome, transfer(fd, *file, Op::read, buffer, count));
 }
 
 SIM_API ssize_t __read_chk(int fd, void* buffer, std::size_t count, std::size_t room) {
@@ -73,7 +79,7 @@ SIM_API ssize_t pread(int fd, void* buffer, std::size_t count, off_t offset) {
     return real_pread(fd, buffer, count, offset);
   }
   const Errno outcome;
-  return give(outcome, sim::process_pread(fd, *file, buffer, count, offset));
+  return give(outcome, transfer(fd, *file, Op::read, buffer, count, offset));
 }
 
 SIM_API ssize_t pread64(int fd, void* buffer, std::size_t count, off64_t offset) {
@@ -83,7 +89,7 @@ SIM_API ssize_t pread64(int fd, void* buffer, std::size_t count, off64_t offset)
     return real_pread64(fd, buffer, count, offset);
   }
   const Errno outcome;
-  return give(outcome, sim::process_pread(fd, *file, buffer, count, offset));
+  return give(outcome, transfer(fd, *file, Op::read, buffer, count, offset));
 }
 
 SIM_API ssize_t __pread_chk(int fd, void* buffer, std::size_t count, off_t offset,
@@ -109,7 +115,7 @@ SIM_API ssize_t write(int fd, const void* buffer, std::size_t count) {
     return real_write(fd, buffer, count);
   }
   const Errno outcome;
-  return give(outcome, sim::process_write(fd, *file, buffer, count));
+  return give(outcome, transfer(fd, *file, Op::write, buffer, count));
 }
 
 SIM_API ssize_t pwrite(int fd, const void* buffer, std::size_t count, off_t offset) {
@@ -119,7 +125,7 @@ SIM_API ssize_t pwrite(int fd, const void* buffer, std::size_t count, off_t offs
     return real_pwrite(fd, buffer, count, offset);
   }
   const Errno outcome;
-  return give(outcome, sim::process_pwrite(fd, *file, buffer, count, offset));
+  return give(outcome, transfer(fd, *file, Op::write, buffer, count, offset));
 }
 
 SIM_API ssize_t pwrite64(int fd, const void* buffer, std::size_t count, off64_t offset) {
@@ -129,7 +135,7 @@ SIM_API ssize_t pwrite64(int fd, const void* buffer, std::size_t count, off64_t 
     return real_pwrite64(fd, buffer, count, offset);
   }
   const Errno outcome;
-  return give(outcome, sim::process_pwrite(fd, *file, buffer, count, offset));
+  return give(outcome, transfer(fd, *file, Op::write, buffer, count, offset));
 }
 
 SIM_API ssize_t readv(int fd, const iovec* parts, int count) {
@@ -140,7 +146,7 @@ SIM_API ssize_t readv(int fd, const iovec* parts, int count) {
   }
   const Errno outcome;
   return give(outcome, each_part(parts, count, [fd, file](void* data, std::size_t length) {
-                return sim::process_read(fd, *file, data, length);
+                return transfer(fd, *file, Op::read, data, length);
               }));
 }
 
@@ -152,7 +158,7 @@ SIM_API ssize_t writev(int fd, const iovec* parts, int count) {
   }
   const Errno outcome;
   return give(outcome, each_part(parts, count, [fd, file](const void* data, std::size_t length) {
-                return sim::process_write(fd, *file, data, length);
+                return transfer(fd, *file, Op::write, data, length);
               }));
 }
 

@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -144,12 +145,15 @@ void forget_all();
 // Opens a mapped path; the result is a descriptor. The other calls take what open_file() gave.
 std::int64_t process_open(const MappedPath& path, int flags, mode_t mode);
 std::int64_t process_close(int fd, const OpenFile& file);
-std::int64_t process_read(int fd, const OpenFile& file, void* buffer, std::size_t count);
-std::int64_t process_pread(int fd, const OpenFile& file, void* buffer, std::size_t count,
-                           std::int64_t offset);
-std::int64_t process_write(int fd, const OpenFile& file, const void* buffer, std::size_t count);
-std::int64_t process_pwrite(int fd, const OpenFile& file, const void* buffer, std::size_t count,
-                            std::int64_t offset);
+
+struct Transfer {
+  Op op;                               // Op::read or Op::write
+  void* buffer;                        // of a write: only read from
+  std::size_t count;                   // bytes
+  std::optional<std::int64_t> offset;  // not set: at the descriptor's position
+};
+std::int64_t process_transfer(int fd, const OpenFile& file, const Transfer& transfer);
+
 std::int64_t process_lseek(int fd, const OpenFile& file, std::int64_t offset, int whence);
 std::int64_t process_fsync(int fd, const OpenFile& file);
 std::int64_t process_ioctl(int fd, const OpenFile& file, unsigned long request, void* argument);

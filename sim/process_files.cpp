@@ -114,59 +114,35 @@ std::uint64_t position_of(int fd, const OpenFile& file) {
   return file.mtd ? file.mtd->position() : static_cast<std::uint64_t>(real_position(fd));
 }
 
-// A block node can be opened and closed; transfers are not simulated.
-std::int64_t block_node_transfer() {
-  return -EIO;
-}
-
-std::int64_t plain_read(int fd, const OpenFile& file, void* buffer, std::size_t count) {
-  const Struck struck = meet(Op::read, file);
-  if (struck.error != 0) {
-    return -struck.error;
-  }
-  if (file.node) {
-    return block_node_transfer();
-  }
+std::int64_t real_transfer(int fd, const Transfer& transfer, std::size_t count) {
   REAL(read);
-  return from_libc(real_read(fd, buffer, shortened(count, struck)));
-}
-
-std::int64_t plain_pread(int fd, const OpenFile& file, void* buffer, std::size_t count,
-                         std::int64_t offset) {
-  const Struck struck = meet(Op::read, file);
-  if (struck.error != 0) {
-    return -struck.error;
-  }
-  if (file.node) {
-    return block_node_transfer();
-  }
   REAL(pread64);
-  return from_libc(real_pread64(fd, buffer, shortened(count, struck), offset));
-}
-
-std::int64_t plain_write(int fd, const OpenFile& file, const void* buffer, std::size_t count) {
-  const Struck struck = meet(Op::write, file);
-  if (struck.error != 0) {
-    return -struck.error;
-  }
-  if (file.node) {
-    return block_node_transfer();
-  }
   REAL(write);
-  return from_libc(real_write(fd, buffer, shortened(count, struck)));
+  REAL(pwrite64);
+  if (transfer.op == Op::read) {
+    return transfer.offset ? real_pread64(fd, transfer.buffer, count, *transfer.offset)
+                           : real_read(fd, transfer.buffer, count);
+  }
+  return transfer.offset ? real_pwrite64(fd, transfer.buffer, count, *transfer.offset)
+                         : real_write(fd, transfer.buffer, count);
 }
 
-std::int64_t plain_pwrite(int fd, const OpenFile& file, const void* buffer, std::size_t count,
-                          std::int64_t offset) {
-  const Struck struck = meet(Op::write, file);
-  if (struck.error != 0) {
-    return -struck.error;
+// A block node can be opened and closed; transfers are not simulated.
+std::int64_t plain_transfer(int fd, const OpenFile& file, const Transfer& transfer) {
+  const Struck struck = meet(transfer.op, file);
+  if (struck.error != 0 || file.node) {
+    return struck.error != 0 ? -struck.error : -EIO;
   }
-  if (file.node) {
-    return block_node_transfer();
+  return from_libc(real_transfer(fd, transfer, shortened(transfer.count, struck)));
+}
+
+std::int64_t mtd_transfer(MtdFile& mtd, const Transfer& transfer) {
+  if (transfer.op == Op::read) {
+    return transfer.offset ? mtd.pread(transfer.buffer, transfer.count, *transfer.offset)
+                           : mtd.read(transfer.buffer, transfer.count);
   }
-  REAL(pwrite64);
-  return from_libc(real_pwrite64(fd, buffer, shortened(count, struck), offset));
+  return transfer.offset ? mtd.pwrite(transfer.buffer, transfer.count, *transfer.offset)
+                         : mtd.write(transfer.buffer, transfer.count);
 }
 
 std::int64_t plain_lseek(int fd, const OpenFile& file, std::int64_t offset, int whence) {
@@ -288,53 +264,16 @@ std::int64_t process_close(int fd, const OpenFile& open) {
   return result;
 }
 
-std::int64_t process_read(int fd, const OpenFile& file, void* buffer, std::size_t count) {
+std::int64_t process_transfer(int fd, const OpenFile& file, const Transfer& transfer) {
   const InSimulator in_simulator;
   Details details;
   details.fd = fd;
-  details.offset = position_of(fd, file);
-  details.length = count;
+  details.offset =
+      transfer.offset ? static_cast<std::uint64_t>(*transfer.offset) : position_of(fd, file);
+  details.length = transfer.count;
   const std::int64_t result =
-      file.mtd ? file.mtd->read(buffer, count) : plain_read(fd, file, buffer, count);
-  note_file(Op::read, file, details, result);
-  return result;
-}
-
-std::int64_t process_pread(int fd, const OpenFile& file, void* buffer, std::size_t count,
-                           std::int64_t offset) {
-  const InSimulator in_simulator;
-  Details details;
-  details.fd = fd;
-  details.offset = static_cast<std::uint64_t>(offset);
-  details.length = count;
-  const std::int64_t result = file.mtd ? file.mtd->pread(buffer, count, offset)
-                                       : plain_pread(fd, file, buffer, count, offset);
-  note_file(Op::read, file, details, result);
-  return result;
-}
-
-std::int64_t process_write(int fd, const OpenFile& file, const void* buffer, std::size_t count) {
-  const InSimulator in_simulator;
-  Details details;
-  details.fd = fd;
-  details.offset = position_of(fd, file);
-  details.length = count;
-  const std::int64_t result =
-      file.mtd ? file.mtd->write(buffer, count) : plain_write(fd, file, buffer, count);
-  note_file(Op::write, file, details, result);
-  return result;
-}
-
-std::int64_t process_pwrite(int fd, const OpenFile& file, const void* buffer, std::size_t count,
-                            std::int64_t offset) {
-  const InSimulator in_simulator;
-  Details details;
-  details.fd = fd;
-  details.offset = static_cast<std::uint64_t>(offset);
-  details.length = count;
-  const std::int64_t result = file.mtd ? file.mtd->pwrite(buffer, count, offset)
-                                       : plain_pwrite(fd, file, buffer, count, offset);
-  note_file(Op::write, file, details, result);
+      file.mtd ? mtd_transfer(*file.mtd, transfer) : plain_transfer(fd, file, transfer);
+  note_file(transfer.op, file, details, result);
   return result;
 }
 

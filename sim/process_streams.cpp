@@ -49,8 +49,8 @@ ssize_t cookie_read(void* opaque, char* buffer, std::size_t size) {
     return static_cast<ssize_t>(result.give(-struck.error));
   }
   const std::size_t count = std::min<std::size_t>(size, struck.bytes.value_or(0xFFFFFFFF));
-  return static_cast<ssize_t>(
-      result.give(process_read(cookie.fd, *open_file(cookie.fd), buffer, count)));
+  return static_cast<ssize_t>(result.give(
+      process_transfer(cookie.fd, *open_file(cookie.fd), {Op::read, buffer, count, std::nullopt})));
 }
 
 // A failing write of a stream tells of no byte, not of -1.
@@ -59,9 +59,11 @@ ssize_t cookie_write(void* opaque, const char* buffer, std::size_t size) {
   const auto& cookie = *static_cast<Cookie*>(opaque);
   const Errno result;
   const Struck struck = meet_stream(Op::stream_write, cookie);
-  const std::int64_t written = struck.error != 0
-                                   ? -struck.error
-                                   : process_write(cookie.fd, *open_file(cookie.fd), buffer, size);
+  const std::int64_t written =
+      struck.error != 0
+          ? -struck.error
+          : process_transfer(cookie.fd, *open_file(cookie.fd),
+                             {Op::write, const_cast<char*>(buffer), size, std::nullopt});
   return static_cast<ssize_t>(std::max<std::int64_t>(result.give(written), 0));
 }
 

@@ -7,8 +7,8 @@
 #include <dlfcn.h>
 
 // Declares `real_<function>`; looked up at first use, since programs call before constructors ran.
-#define REAL(function)                                                       \
-  static const auto real_##function = reinterpret_cast<decltype(&function)>( \
-      dlsym(RTLD_NEXT, #function)) /* NOLINT(bugprone-macro-parentheses) */
+#define REAL(function)                \
+  static const auto real_##function = \
+      reinterpret_cast<decltype(&(function))>(dlsym(RTLD_NEXT, #function))
 
 #endif
