@@ -31,4 +31,4 @@ set(ENV{PKG_CONFIG_LIBDIR}
   ${ZOZALE_ARMHF_SYSROOT}/usr/lib/arm-linux-gnueabihf/pkgconfig:${ZOZALE_ARMHF_SYSROOT}/usr/share/pkgconfig)
 set(ENV{PKG_CONFIG_SYSROOT_DIR} ${ZOZALE_ARMHF_SYSROOT})
 
-set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm;-L;/usr/arm-linux-gnueabihf)
+set(CMAKE_CROSSCOMPILING_EMULATOR ${project}/script/armhf-run)
