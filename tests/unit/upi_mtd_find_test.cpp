@@ -238,6 +238,7 @@ TEST_F(MtdFindTest, PassesOverLinesWithoutAllFourValues) {
     text += kKernel5;
     table(text);
     EXPECT_EQ(find("kernel"), "/dev/mtd5") << line;
+    EXPECT_EQ(find(""), "none") << line;
   }
 }
 
