@@ -51,14 +51,14 @@ struct partition {
   uint32_t size, block;
 };
 
-static void need(int condition, const char *what) {
+static void need(int condition, const char* what) {
   if (!condition) {
     fprintf(stderr, "floor: %s failed\n", what);
     exit(1);
   }
 }
 
-static void store(const char *name, int value) {
+static void store(const char* name, int value) {
   char text[32];
   snprintf(text, sizeof text, "%d", value);
   sc_cfg_set(name, text);
@@ -69,17 +69,17 @@ static void store(const char *name, int value) {
 
 static int running_system(void) {
   char line[1024];
-  FILE *file = fopen("/proc/cmdline", "r");
+  FILE* file = fopen("/proc/cmdline", "r");
   need(file != NULL && fgets(line, sizeof line, file) != NULL, "/proc/cmdline");
   fclose(file);
   return strstr(line, "system=system_a") != NULL ? 1 : 2;
 }
 
-static int mtd_number(const char *wanted) {
+static int mtd_number(const char* wanted) {
   char line[128], name[64];
   int number, found = -1;
   unsigned size, erase_size;
-  FILE *file = fopen("/proc/mtd", "r");
+  FILE* file = fopen("/proc/mtd", "r");
   need(file != NULL, "/proc/mtd");
   while (found < 0 && fgets(line, sizeof line, file) != NULL) {
     if (sscanf(line, "mtd%d: %x %x \"%63[^\"]", &number, &size, &erase_size, name) == 4 &&
@@ -92,7 +92,7 @@ static int mtd_number(const char *wanted) {
   return found;
 }
 
-static int open_raw(const char *name) {
+static int open_raw(const char* name) {
   char path[32];
   snprintf(path, sizeof path, "/dev/mtd%d", mtd_number(name));
   int fd = open(path, RAW_FLAGS);
@@ -100,7 +100,7 @@ static int open_raw(const char *name) {
   return fd;
 }
 
-static struct partition open_partition(const char *name) {
+static struct partition open_partition(const char* name) {
   struct mtd_info_user info;
   struct partition partition = {open_raw(name), 0, 0};
   need(ioctl(partition.fd, MEMGETINFO, &info) == 0, "MEMGETINFO");
@@ -109,9 +109,9 @@ static struct partition open_partition(const char *name) {
   return partition;
 }
 
-static void read_section(FILE *file, int count) {
+static void read_section(FILE* file, int count) {
   for (int i = 0; i < count; i++, table_count++) {
-    struct listed *entry = &table[table_count];
+    struct listed* entry = &table[table_count];
     need(fscanf(file, "name=%31s\nsystem_type=%d\npartition_type=%d\n", entry->name,
                 &entry->system_type, &entry->partition_type) == 3,
          "table entry");
@@ -121,7 +121,7 @@ static void read_section(FILE *file, int count) {
 static void read_table(void) {
   char magic[5];
   int plat, platform, oem;
-  FILE *file = fopen("/etc_ro/systemPartitionInfo.conf", "rb");
+  FILE* file = fopen("/etc_ro/systemPartitionInfo.conf", "rb");
   need(file != NULL && fscanf(file, "[Head]\n") == 0, "table file");
   need(fscanf(file, "magic=%4s\nplat=%d\nplat_partition_num=%d\noem_partition_num=%d\n", magic,
               &plat, &platform, &oem) == 4,
@@ -141,7 +141,7 @@ static int is_bad(int fd, uint64_t offset) {
   return ioctl(fd, MEMGETBADBLOCK, &start) != 0;
 }
 
-static void read_record(unsigned char *record) {
+static void read_record(unsigned char* record) {
   struct partition flags = open_partition("flags");
   unsigned char backup[RECORD_SIZE];
   int copies = 0;
@@ -155,7 +155,7 @@ static void read_record(unsigned char *record) {
   close(flags.fd);
 }
 
-static void write_copy(const struct partition *flags, uint32_t start, const unsigned char *block) {
+static void write_copy(const struct partition* flags, uint32_t start, const unsigned char* block) {
   struct erase_info_user range = {start, flags->block};
   need(ioctl(flags->fd, LIFT, 0) == 0, "lift");
   need(!is_bad(flags->fd, start), "flags block");
@@ -171,7 +171,7 @@ static void mark_target(void) {
   unsigned char record[RECORD_SIZE];
   read_record(record);
   struct partition flags = open_partition("flags");
-  unsigned char *block = malloc(flags.block);
+  unsigned char* block = malloc(flags.block);
   need(block != NULL, "malloc");
   memset(block, 0xFF, flags.block);
   memcpy(block, record, RECORD_SIZE);
@@ -183,7 +183,7 @@ static void mark_target(void) {
 
 /* --- Logical addresses. --- */
 
-static uint32_t physical(const struct partition *partition, uint32_t address) {
+static uint32_t physical(const struct partition* partition, uint32_t address) {
   const uint32_t rest = address % partition->block;
   const uint32_t wanted = address - rest;
   uint32_t logical = 0U - partition->block;
@@ -196,7 +196,7 @@ static uint32_t physical(const struct partition *partition, uint32_t address) {
   return partition->size;
 }
 
-static int read_at(const struct partition *partition, uint32_t address, void *data, uint32_t size) {
+static int read_at(const struct partition* partition, uint32_t address, void* data, uint32_t size) {
   const uint32_t start = physical(partition, address);
   if (start >= partition->size) {
     return 0;
@@ -206,7 +206,7 @@ static int read_at(const struct partition *partition, uint32_t address, void *da
   return 1;
 }
 
-static void write_at(const struct partition *partition, uint32_t address, const void *block) {
+static void write_at(const struct partition* partition, uint32_t address, const void* block) {
   const uint32_t start = physical(partition, address);
   struct erase_info_user range = {start, partition->block};
   need(start < partition->size, "room");
@@ -215,7 +215,7 @@ static void write_at(const struct partition *partition, uint32_t address, const 
   need(write(partition->fd, block, partition->block) == (ssize_t)partition->block, "write");
 }
 
-static void erase_all(const char *name) {
+static void erase_all(const char* name) {
   struct partition partition = open_partition(name);
   for (uint64_t start = 0; start < partition.size; start += partition.block) {
     struct erase_info_user64 range = {start, partition.block};
@@ -244,7 +244,7 @@ static void load_package(void) {
   read_table();
 }
 
-static void hash_range(uint32_t offset, uint32_t len, const unsigned char *wanted) {
+static void hash_range(uint32_t offset, uint32_t len, const unsigned char* wanted) {
   unsigned char buffer[4096], digest[64];
   SHA512_CTX context;
   SHA512_Init(&context);
@@ -256,10 +256,10 @@ static void hash_range(uint32_t offset, uint32_t len, const unsigned char *wante
     len -= (uint32_t)got;
   }
   SHA512_Final(digest, &context);
-  need(strncmp((char *)digest, (const char *)wanted, 64) == 0, "digest");
+  need(strncmp((char*)digest, (const char*)wanted, 64) == 0, "digest");
 }
 
-static void target_name(char *name, int target, const char *listed) {
+static void target_name(char* name, int target, const char* listed) {
   snprintf(name, 34, "%.31s%s", listed, target == 2 ? "2" : "");
 }
 
@@ -282,7 +282,7 @@ static void verify(void) {
 
 /* --- Installing. --- */
 
-static int holds_image(const struct partition *partition, const struct entry *entry) {
+static int holds_image(const struct partition* partition, const struct entry* entry) {
   unsigned char buffer[1024], digest[64];
   SHA512_CTX context;
   SHA512_Init(&context);
@@ -294,11 +294,11 @@ static int holds_image(const struct partition *partition, const struct entry *en
     done += size;
   }
   SHA512_Final(digest, &context);
-  return strncmp((const char *)entry->hash, (char *)digest, 64) == 0;
+  return strncmp((const char*)entry->hash, (char*)digest, 64) == 0;
 }
 
-static void copy_image(const struct partition *partition, const struct entry *entry,
-                       unsigned char *block) {
+static void copy_image(const struct partition* partition, const struct entry* entry,
+                       unsigned char* block) {
   for (uint32_t done = 0; done < (uint32_t)entry->len; done += partition->block) {
     const uint32_t rest = (uint32_t)entry->len - done;
     const uint32_t size = rest < partition->block ? rest : partition->block;
@@ -309,10 +309,10 @@ static void copy_image(const struct partition *partition, const struct entry *en
   }
 }
 
-static void install_partition(const char *name, const struct entry *entry) {
+static void install_partition(const char* name, const struct entry* entry) {
   struct partition partition = open_partition(name);
   need(ioctl(partition.fd, LIFT, 0) == 0, "lift");
-  unsigned char *block = malloc(partition.block);
+  unsigned char* block = malloc(partition.block);
   need(block != NULL, "malloc");
   if (!holds_image(&partition, entry)) {
     erase_all(name);
@@ -354,14 +354,14 @@ static void install(void) {
 
 /* --- Synchronising. --- */
 
-static int is_erased(const unsigned char *block, const unsigned char *erased, uint32_t size) {
+static int is_erased(const unsigned char* block, const unsigned char* erased, uint32_t size) {
   return memcmp(block, erased, size < 1024 ? size : 1024) == 0 && memcmp(block, erased, size) == 0;
 }
 
-static void hash_content(const char *name, unsigned char *digest) {
+static void hash_content(const char* name, unsigned char* digest) {
   struct partition partition = open_partition(name);
-  unsigned char *block = malloc(partition.block);
-  unsigned char *erased = malloc(partition.block);
+  unsigned char* block = malloc(partition.block);
+  unsigned char* erased = malloc(partition.block);
   SHA512_CTX context;
   need(block != NULL && erased != NULL, "malloc");
   memset(erased, 0xFF, partition.block);
@@ -379,16 +379,16 @@ static void hash_content(const char *name, unsigned char *digest) {
   close(partition.fd);
 }
 
-static int is_equal(const char *dst, const char *src) {
+static int is_equal(const char* dst, const char* src) {
   unsigned char dst_digest[64], src_digest[64];
   hash_content(dst, dst_digest);
   hash_content(src, src_digest);
-  return strncmp((char *)dst_digest, (char *)src_digest, 64) == 0;
+  return strncmp((char*)dst_digest, (char*)src_digest, 64) == 0;
 }
 
-static void copy_partition(const struct partition *dst, const struct partition *src) {
-  unsigned char *block = malloc(src->block);
-  unsigned char *erased = malloc(src->block);
+static void copy_partition(const struct partition* dst, const struct partition* src) {
+  unsigned char* block = malloc(src->block);
+  unsigned char* erased = malloc(src->block);
   need(block != NULL && erased != NULL, "malloc");
   memset(erased, 0xFF, src->block);
   for (uint32_t i = 0; i < src->size / src->block; i++) {
@@ -402,7 +402,7 @@ static void copy_partition(const struct partition *dst, const struct partition *
   free(erased);
 }
 
-static void sync_partition(const char *dst_name, const char *src_name) {
+static void sync_partition(const char* dst_name, const char* src_name) {
   if (is_equal(dst_name, src_name)) {
     return;
   }
@@ -433,8 +433,8 @@ static void synchronise(void) {
   mark_target();
 }
 
-int main(int argc, char **argv) {
-  const char *what = argc == 2 ? argv[1] : "";
+int main(int argc, char** argv) {
+  const char* what = argc == 2 ? argv[1] : "";
   if (strcmp(what, "verify") == 0) {
     verify();
   } else if (strcmp(what, "install") == 0) {

@@ -3,7 +3,7 @@
 #ifndef BENCH_FLOOR_H
 #define BENCH_FLOOR_H
 
-int sc_cfg_set(const char *name, const char *value);
+int sc_cfg_set(const char* name, const char* value);
 int sc_cfg_save(void);
 
 #endif

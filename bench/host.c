@@ -15,8 +15,8 @@ static int install(void) {
   return result == 0 && status.upgrade_status == UPGRADE_STATUS_UPDATE_SUCCESS ? 0 : 1;
 }
 
-int main(int argc, char **argv) {
-  const char *what = argc == 2 ? argv[1] : "";
+int main(int argc, char** argv) {
+  const char* what = argc == 2 ? argv[1] : "";
   if (strcmp(what, "init") == 0) {
     return vemk_init_flag_partition() == 0 ? 0 : 1;
   }

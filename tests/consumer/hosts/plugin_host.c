@@ -6,16 +6,18 @@
 
 static char last_status[32];
 
-int sc_cfg_set(const char *name, const char *value) {
+int sc_cfg_set(const char* name, const char* value) {
   if (strcmp(name, "fota_ab_upgrade_status") == 0) {
     snprintf(last_status, sizeof last_status, "%s", value);
   }
   return 0;
 }
 
-int sc_cfg_save(void) { return 0; }
+int sc_cfg_save(void) {
+  return 0;
+}
 
-int sc_cfg_get(const char *name, char *value, int size) {
+int sc_cfg_get(const char* name, char* value, int size) {
   (void)name;
   (void)value;
   (void)size;
@@ -24,15 +26,15 @@ int sc_cfg_get(const char *name, char *value, int size) {
 
 typedef int (*function)(void);
 
-static function find(void *library, const char *name) {
+static function find(void* library, const char* name) {
   function found;
-  void *symbol = dlsym(library, name);
+  void* symbol = dlsym(library, name);
   memcpy(&found, &symbol, sizeof found);
   return found;
 }
 
 int main(void) {
-  void *library = dlopen("libzozale.so.1", RTLD_NOW);
+  void* library = dlopen("libzozale.so.1", RTLD_NOW);
   if (library == NULL) {
     fprintf(stderr, "%s\n", dlerror());
     return 1;

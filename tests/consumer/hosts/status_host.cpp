@@ -46,8 +46,7 @@ int main() {
   }
   int sync_status = 0;
   vemk_dual_get_sync_status(&sync_status);
-  const int status =
-      info.system_1.system == running ? info.system_1.status : info.system_2.status;
+  const int status = info.system_1.system == running ? info.system_1.status : info.system_2.status;
   std::cerr << "running=" << (running == DUAL_SYSTEM ? 'A' : 'B')
             << " successful=" << (status == DUALSYSTEM_STATUS_SUCCESSFUL)
             << " fota_status=" << dual_AB_get_fota_status_for_nv() << " sync=" << sync_status
