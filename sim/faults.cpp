@@ -52,6 +52,10 @@ bool strikes(FaultSlot& slot) {
   return true;
 }
 
+bool transfers(Op op) {
+  return op == Op::read || op == Op::write || op == Op::stream_read;
+}
+
 std::size_t index(Op op) {
   return static_cast<std::size_t>(op);
 }
@@ -77,6 +81,13 @@ void Faults::add(const Fault& fault) {
   }
   if (fault.at == 0) {
     throw std::runtime_error("a fault's operations count from 1");
+  }
+  if (fault.bytes && !transfers(fault.op)) {
+    throw std::runtime_error(std::string("a fault of ") + op_name(fault.op) +
+                             " cannot be a short transfer");
+  }
+  if (!fault.bytes && fault.error <= 0) {
+    throw std::runtime_error("a fault needs an errno above 0");
   }
   FaultSlot slot{};
   if (fault.where.size() >= sizeof slot.where) {

@@ -111,7 +111,7 @@ class Faults {
 
   explicit Faults(Memory& memory) : memory_(&memory) {}
 
-  // Throws std::runtime_error when kMaxFaults are held.
+  // Throws std::runtime_error when kMaxFaults are held, or the fault makes no sense.
   void add(const Fault& fault);
   void set_power_cut(const PowerCut& cut);
   void clear();

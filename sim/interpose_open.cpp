@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 
@@ -70,6 +71,12 @@ int duplicated(int old_number, int new_number) {
     sim::adopt(new_number, *file);
   }
   return new_number;
+}
+
+void forget_range(std::size_t first, std::size_t last) {
+  for (std::size_t fd = first; fd <= last && fd < sim::kMaxDescriptors; ++fd) {
+    sim::forget(static_cast<int>(fd));
+  }
 }
 
 bool duplicates(int command) {
@@ -145,13 +152,16 @@ SIM_API int close(int fd) {
 SIM_API int close_range(unsigned first, unsigned last, int flags) noexcept {
   REAL(close_range);
   const int result = real_close_range(first, last, flags);
-  for (unsigned fd = first; result == 0 && flags == 0 && fd <= last; ++fd) {
-    if (fd >= sim::kMaxDescriptors) {
-      break;
-    }
-    sim::forget(static_cast<int>(fd));
+  if (result == 0 && flags == 0) {
+    forget_range(first, last);
   }
   return result;
+}
+
+SIM_API void closefrom(int first) noexcept {
+  REAL(closefrom);
+  real_closefrom(first);
+  forget_range(static_cast<unsigned>(std::max(first, 0)), sim::kMaxDescriptors);
 }
 
 SIM_API int dup(int fd) noexcept {

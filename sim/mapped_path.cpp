@@ -7,6 +7,9 @@
 #include "sim/device_state.h"
 #include "sim/process.h"
 
+// Only in the library that is preloaded: puts the process on its device.
+extern "C" __attribute__((weak)) void zozale_sim_start();
+
 namespace sim {
 namespace {
 
@@ -146,6 +149,9 @@ void set_root(const Device* device) {
 }
 
 MappedPath::MappedPath(const char* original) : passed(original) {
+  if (zozale_sim_start != nullptr) {
+    zozale_sim_start();
+  }
   path[0] = '\0';
   host[0] = '\0';
   if (g_device == nullptr || original == nullptr || original[0] == '\0') {

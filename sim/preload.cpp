@@ -32,8 +32,10 @@ void start(const char* folder) {
   }
 }
 
-__attribute__((constructor)) void preload() {
-  const char* folder = std::getenv(sim::kDeviceVariable);
+void start_once() {
+  static bool started = false;
+  const char* folder = started ? nullptr : std::getenv(sim::kDeviceVariable);
+  started = true;
   if (folder == nullptr || folder[0] == '\0') {
     return;
   }
@@ -46,4 +48,13 @@ __attribute__((constructor)) void preload() {
   keep.give(0);
 }
 
+__attribute__((constructor)) void preload() {
+  start_once();
+}
+
 }  // namespace
+
+// Constructors of other libraries may use paths before ours ran.
+extern "C" void zozale_sim_start() {
+  start_once();
+}

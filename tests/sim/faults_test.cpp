@@ -241,6 +241,11 @@ TEST_F(FaultsTest, AreLimited) {
   device().faults().clear();
   EXPECT_THROW(fail(Op::access, EIO, {}, 0), std::runtime_error);
   EXPECT_THROW(fail(Op::access, EIO, std::string(500, 'x')), std::runtime_error);
+  EXPECT_THROW(fail(Op::access, 0), std::runtime_error);
+  Fault fault;
+  fault.op = Op::lseek;
+  fault.bytes = 3;
+  EXPECT_THROW(device().faults().add(fault), std::runtime_error);
 }
 
 TEST_F(FaultsTest, NamesAreUnique) {

@@ -100,6 +100,10 @@ TEST_P(AnyGuest, SeesTheDevice) {
 
 INSTANTIATE_TEST_SUITE_P(Builds, AnyGuest, ::testing::Values(PLAIN_GUEST, FORTIFIED_GUEST));
 
+TEST_F(ToolTest, ServesConstructors) {
+  EXPECT_EQ(run(EARLY_GUEST).output, "console=ttyS0,115200 system=system_a rootwait\n");
+}
+
 TEST_F(ToolTest, RunsProgramsOfTheSystem) {
   EXPECT_EQ(run("cat /proc/cmdline").output, "console=ttyS0,115200 system=system_a rootwait\n");
   EXPECT_EQ(run("sh -c 'echo hi > /cache/hi && cat /cache/hi'").output, "hi\n");
