@@ -3,36 +3,13 @@
 // The tables of docs/package-format.md against the records.
 #include <cstddef>
 #include <map>
-#include <optional>
-#include <sstream>
 
-#include "common/text_scanner.h"
+#include "format_page.h"
 #include "support.h"
 #include "upi_upgrade_package.h"
 
 namespace package_test {
 namespace {
-
-struct Field {
-  size_t offset;
-  size_t size;
-  std::string name;
-
-  bool operator==(const Field& other) const {
-    return offset == other.offset && size == other.size && name == other.name;
-  }
-};
-
-void PrintTo(const Field& field, std::ostream* out) {
-  *out << field.offset << " " << field.size << " " << field.name;
-}
-
-using Records = std::map<std::string, std::vector<Field>>;
-
-#define FIELD(record, member)                                 \
-  Field {                                                     \
-    offsetof(record, member), sizeof(record::member), #member \
-  }
 
 Records records_of_code() {
   using Head = upgrade_package_head_info_t;
@@ -53,43 +30,8 @@ Records records_of_code() {
             FIELD(Extra, hash), FIELD(Extra, reserve_2)}}};
 }
 
-#undef FIELD
-
-// "| 4 | 8 | `name` | ..." or nothing.
-std::optional<Field> field_of_row(const std::string& line) {
-  zozale::TextScanner row(line);
-  row.literal("|");
-  const auto offset = row.integer();
-  row.literal(" |");
-  const auto size = row.integer();
-  row.literal(" | `");
-  const auto name = row.word(line.size());
-  if (!offset || !size || !name || name->back() != '`') {
-    return std::nullopt;
-  }
-  return Field{static_cast<size_t>(*offset), static_cast<size_t>(*size),
-               name->substr(0, name->size() - 1)};
-}
-
-// The rows of the tables below headings that name a record, "### some_type_t".
-Records records_of_page() {
-  std::istringstream page(read_bytes(PACKAGE_FORMAT_PAGE));
-  Records records;
-  std::string heading;
-  for (std::string line; std::getline(page, line);) {
-    if (line[0] == '#') {
-      heading = line.substr(line.find(' ') + 1);
-    }
-    const std::optional<Field> field = field_of_row(line);
-    if (field && heading.size() > 2 && heading.substr(heading.size() - 2) == "_t") {
-      records[heading].push_back(*field);
-    }
-  }
-  return records;
-}
-
 TEST(FormatPage, ListsEveryFieldOfEveryRecord) {
-  EXPECT_EQ(records_of_page(), records_of_code());
+  EXPECT_EQ(records_of_page(PACKAGE_FORMAT_PAGE), records_of_code());
 }
 
 TEST(FormatPage, LeavesNoByteOut) {
@@ -97,13 +39,8 @@ TEST(FormatPage, LeavesNoByteOut) {
       {"upgrade_package_head_info_t", sizeof(upgrade_package_head_info_t)},
       {"partition_head_info_t", sizeof(partition_head_info_t)},
       {"extra_head_info_t", sizeof(extra_head_info_t)}};
-  for (const auto& [record, fields] : records_of_page()) {
-    size_t end = 0;
-    for (const Field& field : fields) {
-      EXPECT_EQ(field.offset, end) << record << " " << field.name;
-      end += field.size;
-    }
-    EXPECT_EQ(end, sizes.at(record)) << record;
+  for (const auto& [record, fields] : records_of_page(PACKAGE_FORMAT_PAGE)) {
+    expect_no_gap(record, fields, sizes.at(record));
   }
 }
 
