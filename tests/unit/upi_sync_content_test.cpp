@@ -16,8 +16,8 @@ using sim::Op;
 using support::pattern;
 using Lines = std::vector<support::LogLine>;
 
-constexpr std::uint32_t kBlock = 2048;
-constexpr std::uint32_t kSize = 8 * kBlock;
+constexpr std::size_t kBlock = 2048;
+constexpr std::size_t kSize = 8 * kBlock;
 
 char* name_of(const std::string& name) {
   return const_cast<char*>(name.c_str());
@@ -39,7 +39,7 @@ LibraryRun compare(const std::string& dst, const std::string& src, int type = 0)
   return run_library([&] { return partition_hash_cmp(name_of(dst), name_of(src), type); });
 }
 
-sim::Bytes whole_blocks(sim::Bytes data, std::uint32_t block = kBlock) {
+sim::Bytes whole_blocks(sim::Bytes data, std::size_t block = kBlock) {
   data.resize((data.size() + block - 1) / block * block, 0xFF);
   return data;
 }
@@ -79,7 +79,7 @@ TEST_F(ContentTest, OfAFullPartitionEndsWithIt) {
 
 TEST_F(ContentTest, IsReadInWholeBlocksUpToTheFirstErasedOne) {
   kernel().flash(pattern(2 * kBlock + 1));
-  kernel().poke(std::uint64_t{5} * kBlock, pattern(kBlock, 9));
+  kernel().poke(5 * kBlock, pattern(kBlock, 9));
   const Hashed hashed = hash("kernel");
 
   EXPECT_EQ(hashed.digest, support::sha512(whole_blocks(pattern(2 * kBlock + 1))));
@@ -96,7 +96,8 @@ TEST_F(ContentTest, IsReadInWholeBlocksUpToTheFirstErasedOne) {
 
 // The short look at a block's first 1,024 bytes does not decide that it is erased.
 TEST_F(ContentTest, HoldsABlockWithOneByteThatIsNotErased) {
-  for (const std::uint32_t place : {0U, 1023U, 1024U, kBlock - 1}) {
+  for (const std::size_t place :
+       {std::size_t{0}, std::size_t{1023}, std::size_t{1024}, kBlock - 1}) {
     kernel().wipe();
     sim::Bytes data(kBlock, 0xFF);
     data[place] = 0xFE;
@@ -258,7 +259,7 @@ TEST_F(CompareTest, FindsOneContentOnDifferentBlocksAndSizesEqual) {
   kernel().set_bad(1);
   kernel().flash(pattern(5 * kBlock - 9));
   partition("kernel2").flash(pattern(5 * kBlock - 9));
-  partition("kernel2").poke(std::uint64_t{11} * kBlock, pattern(3));
+  partition("kernel2").poke(11 * kBlock, pattern(3));
 
   const LibraryRun run = compare("kernel2", "kernel");
 
@@ -298,7 +299,7 @@ TEST_F(CompareTest, ShowsBothDigestsWhenTheyDiffer) {
 TEST_F(CompareTest, DoesNotSeeWhatStandsBehindAnErasedBlock) {
   kernel().flash(pattern(kBlock));
   partition("kernel2").flash(pattern(kBlock));
-  kernel().poke(std::uint64_t{2} * kBlock, pattern(kBlock, 3));
+  kernel().poke(2 * kBlock, pattern(kBlock, 3));
   EXPECT_EQ(compare("kernel2", "kernel").result, 0);
 }
 

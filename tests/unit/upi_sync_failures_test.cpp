@@ -16,7 +16,7 @@ using Lines = std::vector<support::LogLine>;
 using Messages = std::vector<std::string>;
 using Store = std::vector<std::pair<std::string, std::string>>;
 
-constexpr std::uint32_t kBlock = 2048;
+constexpr std::size_t kBlock = 2048;
 constexpr const char* kTable = "/etc_ro/systemPartitionInfo.conf";
 const std::string kStatus = "fota_ab_aa_sync_status";
 const std::string kStart = "<<<<<<<<<<<<<<< Start Sync >>>>>>>>>>>>>>>";
@@ -277,6 +277,22 @@ TEST_F(SyncFailureTest, ADestinationWithABlockOfAnotherSizeFails) {
   partition("kernel2").set_reported_info({{truth.size, 2 * truth.erase_size, 512, 16}});
   EXPECT_EQ(sync().result, -1);
   expect_flags(DUALSYSTEM_STATUS_UNBOOTABLE);
+}
+
+// No block size divides, and none makes a loop go round for ever.
+TEST_F(SyncFailureTest, AGeometryOfZeroEndsInAFailure) {
+  for (const char* const name : {"kernel", "kernel2"}) {
+    const sim::MtdInfo truth = partition(name).reported_info();
+    for (const sim::MtdInfo& lie :
+         {sim::MtdInfo{truth.size, 0, truth.write_size, 0}, sim::MtdInfo{truth.size, 0, 0, 0}}) {
+      partition(name).set_reported_info(lie);
+      EXPECT_EQ(sync().result, -1);
+      expect_flags(DUALSYSTEM_STATUS_UNBOOTABLE);
+    }
+    partition(name).set_reported_info(truth);
+  }
+  partition("kernel").set_reported_info(sim::MtdInfo{16384, 2048, 0, 0});
+  EXPECT_EQ(sync().result, 0) << "pages are not the library's business";
 }
 
 TEST_F(SyncFailureTest, MemoryForTheBuffersFailsThePartition) {

@@ -11,7 +11,7 @@ namespace {
 using sim::System;
 using support::pattern;
 
-constexpr std::uint32_t kBlock = 2048;
+constexpr std::size_t kBlock = 2048;
 const std::string kRule(50, '-');
 const std::string kEraseRule(25, '-');
 constexpr const char* kContentEnd = "Read image content end";

@@ -13,7 +13,7 @@ using sim::Op;
 using support::pattern;
 using Lines = std::vector<support::LogLine>;
 
-constexpr std::uint32_t kBlock = 2048;
+constexpr std::size_t kBlock = 2048;
 constexpr int kSize = 8 * 2048;
 
 class ReaderTest : public UpgradeTest {

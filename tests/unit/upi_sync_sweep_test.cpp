@@ -22,7 +22,7 @@ class SyncSweepTest : public FaultSweepTest {
   // Up to the erased block that ends the kernel; behind it anything may be left.
   bool systems_are_equal() {
     sim::Bytes kernel = target_of("kernel").good();
-    kernel.resize(2 * target_of("kernel").block_size());
+    kernel.resize(std::size_t{2} * target_of("kernel").block_size());
     return kernel == filled_up(pattern(3000, 5), kernel.size()) &&
            target_of("rootfs").raw() == running_of("rootfs").raw() &&
            target_of("oemdata").raw() == running_of("oemdata").raw();

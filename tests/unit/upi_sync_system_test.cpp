@@ -15,7 +15,7 @@ using support::pattern;
 using BadBlocks = std::vector<std::uint32_t>;
 using Store = std::vector<std::pair<std::string, std::string>>;
 
-constexpr std::uint32_t kBlock = 2048;
+constexpr std::size_t kBlock = 2048;
 const std::string kStatus = "fota_ab_aa_sync_status";
 
 void set_bad(sim::Partition partition, const BadBlocks& bad) {
@@ -30,9 +30,9 @@ std::string same(const std::string& dst, const std::string& src) {
 
 // --- Lengths and bad blocks, in both directions. ---
 
-class SyncImageTest : public UpgradeTest,
-                      public ::testing::WithParamInterface<
-                          std::tuple<System, std::uint32_t, BadBlocks, BadBlocks>> {
+class SyncImageTest
+    : public UpgradeTest,
+      public ::testing::WithParamInterface<std::tuple<System, std::size_t, BadBlocks, BadBlocks>> {
  protected:
   void SetUp() override {
     run_system(std::get<0>(GetParam()));
@@ -60,7 +60,8 @@ TEST_P(SyncImageTest, CopiesTheContentBlockByGoodBlock) {
 INSTANTIATE_TEST_SUITE_P(
     Lengths, SyncImageTest,
     ::testing::Combine(::testing::Values(System::a, System::b),
-                       ::testing::Values(0U, 1U, kBlock - 1, kBlock, kBlock + 1, 4 * kBlock),
+                       ::testing::Values(std::size_t{0}, std::size_t{1}, kBlock - 1, kBlock,
+                                         kBlock + 1, 4 * kBlock),
                        ::testing::Values(BadBlocks{}, BadBlocks{0, 4}, BadBlocks{2, 3, 4}),
                        ::testing::Values(BadBlocks{}, BadBlocks{0, 1, 2}, BadBlocks{3},
                                          BadBlocks{5, 7})));
@@ -127,7 +128,7 @@ TEST_F(SyncTest, FailsWhenTheDestinationHasTooFewGoodBlocks) {
 
 TEST_F(SyncTest, DoesNotCopyWhatStandsBehindAnErasedBlock) {
   running_of("kernel").flash(pattern(kBlock, 3));
-  running_of("kernel").poke(std::uint64_t{3} * kBlock, pattern(kBlock, 4));
+  running_of("kernel").poke(3 * kBlock, pattern(kBlock, 4));
   EXPECT_EQ(sync().result, 0);
   expect_image(target_of("kernel"), pattern(kBlock, 3));
 }
@@ -154,6 +155,24 @@ TEST_F(SyncTest, WorksOnBlocksSmallerThanItsShortLook) {
   running_of("kernel").flash(pattern(3 * 512 + 1, 3));
   EXPECT_EQ(sync().result, 0);
   expect_image(target_of("kernel"), pattern(3 * 512 + 1, 3));
+}
+
+TEST_F(SyncTest, FindsPartitionsWithoutBlocksEqual) {
+  sim::Layout layout = sim::test_layout();
+  layout.partitions[1].blocks = 0;
+  layout.partitions[2].blocks = 0;
+  use_layout(layout);
+  const LibraryRun run = sync();
+  EXPECT_EQ(run.result, 0);
+  EXPECT_EQ(run.messages_of("sync_partition")[0], same("kernel2", "kernel"));
+}
+
+TEST_F(SyncTest, FailsOntoAPartitionWithoutAGoodBlock) {
+  set_bad(target_of("kernel"), {0, 1, 2, 3, 4, 5, 6, 7});
+  EXPECT_EQ(sync().result, 0) << "an erased source has nothing to copy";
+  running_of("kernel").flash(pattern(1));
+  EXPECT_EQ(sync().result, -1);
+  expect_flags(DUALSYSTEM_STATUS_UNBOOTABLE);
 }
 
 TEST_F(SyncTest, CopiesOntoAPartitionOfAnotherSize) {

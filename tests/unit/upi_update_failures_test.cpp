@@ -14,7 +14,7 @@ using support::pattern;
 using Lines = std::vector<support::LogLine>;
 using Messages = std::vector<std::string>;
 
-constexpr std::uint32_t kBlock = 2048;
+constexpr std::size_t kBlock = 2048;
 constexpr const char* kPackage = "/cache/ovu_fota_ab/upgrade.package";
 constexpr const char* kPartition = "kernel2";
 
@@ -92,6 +92,8 @@ const support::LogLine kNoMatch = {"upgrade_image", "Image data check hash faile
 // The second chunk's; the package's head and table were read and sought before.
 constexpr std::uint64_t kSecondRead = 5;
 constexpr std::uint64_t kSecondSeek = 3;
+// In pieces of 1024 bytes, a seek for each.
+constexpr std::uint64_t kReadsOfTheImage = 5;
 
 const std::vector<Failure> kFailures = {
     {"Open",
@@ -151,8 +153,14 @@ const std::vector<Failure> kFailures = {
        "Write flash error, write len[-1] != blocksize[2048], error: 5[Input/output error]"},
       kNoBlock,
       kNoWrite}},
+    {"ShortWriteOfABlock",
+     {Op::write, kPartition, 3, 0, false, 512},
+     {kNoBlock, kNoWrite, kBeginDeInit, kEndDeInit}},
+    {"SeekToABlock",
+     {Op::lseek, kPartition, kReadsOfTheImage + 1, EINVAL},
+     {{"VEMK_WriteBlock", "Lseek error, error: 22[Invalid argument]"}, kNoBlock, kNoWrite}},
     {"ReadBack",
-     {Op::read, kPartition, 7, EIO},
+     {Op::read, kPartition, kReadsOfTheImage + 2, EIO},
      {{"VEMK_ReadImage", "Read len (-1) < need len (1024)!"},
       {"VEMK_ReadImage", "VEMK_ReadImage fail"},
       {"check_image_hash", "Read image content fail!"},
@@ -218,6 +226,28 @@ TEST_F(UpdateFailureTest, ANegativeOffsetFails) {
   EXPECT_TRUE(run.said_in_order(
       {{"read_upgrade_package_partition_data", "Seek to file fail! error:22[Invalid argument]"},
        kNoData}));
+}
+
+TEST_F(UpdateFailureTest, APartitionWithoutAGoodBlockFails) {
+  for (std::uint32_t block = 0; block < 8; ++block) {
+    partition(kPartition).set_bad(block);
+  }
+  const LibraryRun run = upgrade();
+  expect_failed_partition(run);
+  EXPECT_TRUE(run.said_in_order({kNoBlock, kNoWrite}));
+  EXPECT_TRUE(run.made(Op::memerase64).empty());
+}
+
+TEST_F(UpdateFailureTest, APartitionWithoutBlocksFails) {
+  sim::Layout layout = sim::test_layout();
+  layout.partitions[2].blocks = 0;
+  use_layout(layout);
+  fill_systems();
+  put_package(platform_package({{"kernel", pattern(1)}}));
+  const LibraryRun run = upgrade();
+  expect_failed_partition(run);
+  EXPECT_TRUE(run.said_in_order(
+      {{"VEMK_WriteBlock", "Start address[0] out of partition total size[0]!"}, kNoWrite}));
 }
 
 TEST_F(UpdateFailureTest, AKindThatCannotBeUpdatedFails) {

@@ -13,7 +13,7 @@ namespace {
 using sim::System;
 using support::pattern;
 
-constexpr std::uint32_t kBlock = 2048;
+constexpr std::size_t kBlock = 2048;
 const std::string kRule(47, '-');
 
 class UpdateLogTest : public UpgradeTest, public ::testing::WithParamInterface<System> {

@@ -32,6 +32,7 @@ void remember(z_upgrade_status_info_t* status) {
 
 std::vector<std::vector<int>> reported() {
   std::vector<std::vector<int>> found;
+  found.reserve(g_reports.size());
   for (const Report& report : g_reports) {
     found.push_back(
         {report.status.upgrade_status, report.status.total_size, report.status.upgraded_size});

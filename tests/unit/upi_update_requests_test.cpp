@@ -13,7 +13,7 @@ using sim::Op;
 using sim::System;
 using support::pattern;
 
-constexpr std::uint32_t kBlock = 2048;
+constexpr std::size_t kBlock = 2048;
 
 class UpdateRequestsTest : public UpgradeTest, public ::testing::WithParamInterface<System> {
  protected:
@@ -30,6 +30,7 @@ INSTANTIATE_TEST_SUITE_P(Running, UpdateRequestsTest, ::testing::Values(System::
 
 std::vector<std::uint64_t> offsets(const std::vector<sim::Call>& calls) {
   std::vector<std::uint64_t> found;
+  found.reserve(calls.size());
   for (const sim::Call& call : calls) {
     found.push_back(call.offset);
   }
@@ -38,6 +39,7 @@ std::vector<std::uint64_t> offsets(const std::vector<sim::Call>& calls) {
 
 std::vector<std::uint64_t> lengths(const std::vector<sim::Call>& calls) {
   std::vector<std::uint64_t> found;
+  found.reserve(calls.size());
   for (const sim::Call& call : calls) {
     found.push_back(call.length);
   }

@@ -8,8 +8,6 @@
 
 namespace {
 
-using support::pattern;
-
 class UpdateSweepTest : public FaultSweepTest {
  protected:
   UpdateSweepTest() {
@@ -24,7 +22,7 @@ class UpdateSweepTest : public FaultSweepTest {
   bool images_are_there() {
     for (const support::PackageEntry& entry : package_.partitions) {
       sim::Bytes found = target_of(entry.name).good();
-      found.resize(2 * target_of(entry.name).block_size());
+      found.resize(std::size_t{2} * target_of(entry.name).block_size());
       if (found != filled_up(entry.data, found.size())) {
         return false;
       }

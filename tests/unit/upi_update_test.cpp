@@ -14,7 +14,7 @@ namespace {
 using sim::System;
 using support::pattern;
 
-constexpr std::uint32_t kBlock = 2048;  // of sim::test_layout()
+constexpr std::size_t kBlock = 2048;  // of sim::test_layout()
 
 class UpdateTest : public UpgradeTest {};
 
@@ -225,6 +225,33 @@ TEST_F(UpdateTest, APackageWithoutPartitionsMakesTheTargetBootable) {
     EXPECT_TRUE(run.messages_of("upgrade_partition").empty());
     expect_flags(DUALSYSTEM_STATUS_BOOTABLE);
   }
+}
+
+TEST_F(UpdateTest, APackageOfTheMostEntriesIsInstalledEntryByEntry) {
+  const sim::Bytes image = pattern(100, 7);
+  put_package(platform_package(std::vector<support::PackageEntry>(49, {"kernel", image})));
+  z_upgrade_status_info_t status{};
+  z_upgrade_flush_status_t sink{&status, nullptr};
+
+  const LibraryRun run = upgrade(&sink);
+
+  EXPECT_EQ(run.result, 0);
+  EXPECT_EQ(status.upgraded_size, 4900);
+  const support::LogLine there = {"upgrade_image", "Partition [kernel] already updated!"};
+  EXPECT_EQ(support::count_line(run.log, there), 48U);
+  expect_image(target_of("kernel"), image);
+}
+
+TEST_F(UpdateTest, ExtraFilesAreNotInstalled) {
+  fill_systems();
+  const sim::Bytes rootfs = target_of("rootfs").raw();
+  support::PackageFile package = platform_package({{"kernel", pattern(100, 7)}});
+  package.extras = {{"rootfs", pattern(200, 8)}};
+  put_package(package);
+
+  EXPECT_EQ(upgrade().result, 0);
+  expect_image(target_of("kernel"), package.partitions[0].data);
+  EXPECT_EQ(target_of("rootfs").raw(), rootfs);
 }
 
 TEST_F(UpdateTest, AnEmptyImageOfTheRightDigestCountsAsThere) {
