@@ -59,7 +59,7 @@ TEST_F(BlockTest, WritesTheWholeBlock) {
   const sim::Bytes before = flags().raw();
   ASSERT_EQ(write(3), 0);
   sim::Bytes expected = before;
-  std::copy(content().begin(), content().end(), expected.begin() + 3 * kBlock);
+  std::copy(content().begin(), content().end(), expected.begin() + 3L * kBlock);
   EXPECT_EQ(flags().raw(), expected);
   EXPECT_TRUE(lines().empty());
   EXPECT_EQ(requests(), writing_block(3));

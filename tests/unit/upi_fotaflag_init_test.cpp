@@ -92,7 +92,7 @@ TEST_F(InitTest, OverwritesWhateverStoodThere) {
   EXPECT_EQ(copies().size(), 8U);
   EXPECT_EQ(flags().count(sim::Op::read), 0U);
   const sim::Bytes after = flags().raw();
-  EXPECT_TRUE(std::equal(after.begin() + 8 * kBlock, after.end(), before.begin() + 8 * kBlock));
+  EXPECT_TRUE(std::equal(after.begin() + 8L * kBlock, after.end(), before.begin() + 8L * kBlock));
 }
 
 TEST_F(InitTest, OverwritesAValidRecord) {

@@ -10,8 +10,6 @@
 namespace unit {
 namespace {
 
-using support::logged;
-
 constexpr std::uint32_t kA = 0x875A;
 constexpr std::uint32_t kB = 0x986B;
 constexpr int kBootable = 0xB0AB;
@@ -220,7 +218,8 @@ TEST_F(TargetTest, BlocksSmallerThanARecordAreNotOverrun) {
   layout.geometry.page_size = 64;
   layout.geometry.pages_per_block = 4;
   use(layout);
-  flags().flash(sim::Bytes(sample_record(1).bytes.begin(), sample_record(1).bytes.end()));
+  const sim::BootRecord record = sample_record(1);
+  flags().flash(sim::Bytes(record.bytes.begin(), record.bytes.end()));
   const sim::Bytes before = flags().raw();
   set(kB);
   const sim::Bytes after = flags().raw();
@@ -231,6 +230,10 @@ TEST_F(TargetTest, BlocksSmallerThanARecordAreNotOverrun) {
 
 LogLine fota_said(const std::string& message) {
   return {"upi_set_system_fota_stauts", message};
+}
+
+LogLine already(const std::string& status) {
+  return fota_said("Set fota_status " + status + ", current fota_status is :" + status + "~");
 }
 
 class FotaTest : public SettersTest {
@@ -255,11 +258,9 @@ TEST_F(FotaTest, ChangeIsWrittenToBothCopies) {
 
 TEST_F(FotaTest, ValueThatBothCopiesHoldIsNotWritten) {
   for (const std::uint32_t status : {0U, 1U}) {
-    const std::string text = std::to_string(status);
     put_both(record(1, status), record(2, status));
     EXPECT_EQ(set(static_cast<int>(status)), 0);
-    EXPECT_EQ(lines(), found_flags() + fota_said("Set fota_status " + text +
-                                                 ", current fota_status is :" + text + "~"));
+    EXPECT_EQ(lines(), found_flags() + already(std::to_string(status)));
     expect_only_read();
     expect_copy(0, record(1, status));
     expect_copy(1, record(2, status));

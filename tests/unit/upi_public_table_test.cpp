@@ -60,6 +60,14 @@ std::string table_of(int platform, int oem) {
          entries("plat", platform) + kOem + entries("oem", oem);
 }
 
+std::string one_platform_entry(const std::string& name) {
+  return head("1", "0") + kPlatform + entry(name) + kOem;
+}
+
+std::string one_oem_entry(const std::string& name) {
+  return head("0", "1") + kPlatform + kOem + entry(name);
+}
+
 class TableTest : public support::DeviceTest {
  protected:
   ~TableTest() override { upi_deinit_system_partition_info(record_); }
@@ -415,8 +423,8 @@ TEST_F(TableTest, IncompleteEntriesAreRefused) {
 TEST_F(TableTest, NamesOf32CharactersAreRefused) {
   for (const std::size_t length : {std::size_t{32}, std::size_t{33}, std::size_t{500}}) {
     const std::string name(length, 'n');
-    refused(head("1", "0") + kPlatform + entry(name) + kOem, "Read Platform_Partition_Info fail");
-    refused(head("0", "1") + kPlatform + kOem + entry(name), "Read Oem_Partition_Info fail");
+    refused(one_platform_entry(name), "Read Platform_Partition_Info fail");
+    refused(one_oem_entry(name), "Read Oem_Partition_Info fail");
   }
 }
 
