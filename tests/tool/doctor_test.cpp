@@ -18,10 +18,10 @@ class DoctorTest : public ToolTest {
     return run;
   }
 
-  const nlohmann::json& told() const { return told_; }
+  nlohmann::json& told() { return told_; }
 
   // A finding of that severity and area, whose text holds `text`, and which says what to do.
-  bool finds(const std::string& severity, const std::string& area, const std::string& text) const {
+  bool finds(const std::string& severity, const std::string& area, const std::string& text) {
     return std::any_of(told_["findings"].begin(), told_["findings"].end(),
                        [&](const nlohmann::json& finding) {
                          return finding["severity"] == severity && finding["area"] == area &&

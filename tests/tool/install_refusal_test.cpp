@@ -144,6 +144,20 @@ TEST_F(RefusalTest, APartitionOfTheRunningSystem) {
   EXPECT_TRUE(run.complains("the partition kernel2 belongs to system B, which runs")) << run;
 }
 
+TEST_F(RefusalTest, TheFlagsPartition) {
+  sim::Layout layout = sim::test_layout();
+  layout.platform.push_back({"flags", 0, 0});
+  use(layout);
+  run_system(sim::System::b);
+  support::PackageFile package;
+  package.upgrade_type = 1;
+  package.partitions = {{"flags", support::pattern(1000)}};
+
+  const Ended run = expect_refused(package, 4);
+
+  EXPECT_TRUE(run.complains("the partition flags would be overwritten")) << run;
+}
+
 TEST_F(RefusalTest, TooFewGoodBlocks) {
   for (std::uint32_t block = 0; block < 6; ++block) {
     device().partition("kernel2").set_bad(block);

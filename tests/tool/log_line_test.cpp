@@ -52,7 +52,7 @@ TEST(FailureTrailTest, KeepsWhatTellsOfFailure) {
        {"upi_update func begin!", "<<<<<<<<<<<<Fail  Upgrade >>>>>>>>>>>>>",
         "Mtd, not erasing bad block at 0x800", "There is no extra file in upgrade package file!",
         "Partition file description:5, BAD address [0], errno no:0[Success]",
-        "There is no [kernel] partition!"}) {
+        "Set syste [0x0000986B] status [1] error!", "There is no [kernel] partition!"}) {
     trail.add(*parsed(message));
   }
   EXPECT_EQ(trail.lines(), std::vector<std::string>{"upi_update: There is no [kernel] partition!"});
@@ -65,7 +65,7 @@ TEST(FailureTrailTest, KeepsTheLastOnes) {
   for (int i = 0; i < 100; ++i) {
     trail.add(*parsed("error " + std::to_string(i)));
   }
-  EXPECT_EQ(trail.lines().size(), 5U);
+  EXPECT_EQ(trail.lines().size(), 8U);
   EXPECT_EQ(trail.lines().back(), "upi_update: error 99");
 }
 

@@ -7,6 +7,7 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -17,7 +18,8 @@
 namespace zozale::tool {
 namespace {
 
-constexpr int kTickMilliseconds = 200;
+using Clock = std::chrono::steady_clock;
+constexpr std::chrono::milliseconds kTick(200);
 constexpr size_t kPipeChunk = 65536;
 
 Descriptor duplicate_of_standard_output() {
@@ -69,11 +71,14 @@ void Capture::read_until_told_to_stop() {
       pollfd{lines_.read.get(), POLLIN, 0},
       pollfd{stop_.read.get(), POLLIN, 0},
   };
+  auto last_tick = Clock::now();
   while (inputs[1].revents == 0) {
-    if (poll(inputs.data(), inputs.size(), kTickMilliseconds) == 0) {
-      on_tick_();
-    }
+    poll(inputs.data(), inputs.size(), static_cast<int>(kTick.count()));
     take_some();
+    if (Clock::now() - last_tick >= kTick) {
+      on_tick_();
+      last_tick = Clock::now();
+    }
   }
   while (take_some()) {
   }

@@ -84,7 +84,7 @@ std::optional<System> examine_command_line(Examination& examination) {
   examination.enter("running system");
   const std::string line = kernel_command_line();
   const std::optional<System> running = running_by_command_line();
-  examination.data()["running"] = running ? Json(letter(*running)) : Json();
+  examination.data()["running"] = letter_or_null(running);
   examination.data()["command_line"] = line;
   if (running) {
     examination.ok(in_words(*running) + " runs, by the kernel command line; an upgrade goes to " +

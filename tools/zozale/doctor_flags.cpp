@@ -61,10 +61,6 @@ std::string state_of(const FlagCopy& copy) {
          word_of(copy.record.boot_env.magic) + ")";
 }
 
-Json to_json(const T_DualSystem_Status& system) {
-  return {{"status", health_word(system.status)}, {"attempts", system.try_cnt}};
-}
-
 Json to_json(const std::optional<FlagCopy>& copy) {
   if (!copy) {
     return nullptr;
@@ -72,10 +68,10 @@ Json to_json(const std::optional<FlagCopy>& copy) {
   Json json = {{"block", copy->block}, {"valid", copy->valid()}};
   if (copy->boot_magic_fits()) {
     const T_BOOT_FOTA_FLAG& flag = copy->record.boot_flag;
-    const std::optional<System> target = system_of_code(flag.boot_to);
-    json["boot_target"] = target ? Json(letter(*target)) : Json();
+    json["boot_target"] = letter_or_null(system_of_code(flag.boot_to));
     json["fota_status"] = flag.fota_status;
-    json["systems"] = {{"A", to_json(flag.system)}, {"B", to_json(flag.system2)}};
+    json["systems"] = {{"A", health_json(flag.system.status, flag.system.try_cnt)},
+                       {"B", health_json(flag.system2.status, flag.system2.try_cnt)}};
     json["arrangement"] = arrangement_word(copy->record.boot_env.dualsys_type);
   }
   return json;

@@ -20,10 +20,6 @@ constexpr const char* kWorkFolder = "/cache/ovu_fota_ab";
 // The log grows to 1 MiB before it becomes the backup, which stays.
 constexpr uint64_t kLogRoom = 2UL * 1024 * 1024;
 
-Json number_or_null(const std::optional<int>& number) {
-  return number ? Json(*number) : Json();
-}
-
 void tell_upgrade(Examination& examination, const StoreState& store) {
   if (!store.upgrade_status) {
     examination.note("no upgrade has been recorded yet");
@@ -106,10 +102,10 @@ void examine_store(Examination& examination) {
     return;
   }
   const StoreState store = read_store();
-  examination.data()["store"] = {{"upgrade_status", number_or_null(store.upgrade_status)},
-                                 {"upgrade_total_bytes", number_or_null(store.total_size)},
-                                 {"upgrade_done_bytes", number_or_null(store.upgraded_size)},
-                                 {"sync_status", number_or_null(store.sync_status)}};
+  examination.data()["store"] = {{"upgrade_status", value_or_null(store.upgrade_status)},
+                                 {"upgrade_total_bytes", value_or_null(store.total_size)},
+                                 {"upgrade_done_bytes", value_or_null(store.upgraded_size)},
+                                 {"sync_status", value_or_null(store.sync_status)}};
   tell_upgrade(examination, store);
   tell_sync(examination, store);
 }

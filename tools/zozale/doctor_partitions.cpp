@@ -9,17 +9,9 @@
 namespace zozale::tool {
 namespace {
 
-std::string list_of(const std::vector<uint32_t>& blocks) {
-  std::string list;
-  for (const uint32_t block : blocks) {
-    list += (list.empty() ? "" : ", ") + std::to_string(block);
-  }
-  return list;
-}
-
 std::string description_of(const MtdEntry& entry, const Flash& flash) {
   const std::string bad =
-      flash.bad_blocks().empty() ? "none bad" : "bad: " + list_of(flash.bad_blocks());
+      flash.bad_blocks().empty() ? "none bad" : "bad: " + listed(flash.bad_blocks());
   return printable(entry.name) + " (mtd" + std::to_string(entry.number) +
          "): " + counted(flash.blocks(), "block") + " of " + short_size(flash.block_size()) + ", " +
          bad;

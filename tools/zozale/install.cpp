@@ -67,7 +67,7 @@ Plan prepare(const PackageFile& package, System target, Compare compare) {
   require_usable(read_flags(table));
   Plan plan = plan_install(package.view, target, table, compare);
   if (!plan.items.empty()) {
-    require_running_untouched(plan, *require_table().table);
+    require_harmless(plan, *require_table().table);
   }
   return plan;
 }
@@ -92,6 +92,7 @@ void run_upgrade(Session& session, const PackageFile& package, System target, Di
 }
 
 ExitCode show_plan(Session& session, const PackageFile& package, System target) {
+  session.report.say("Comparing the package with " + in_words(target) + " ...");
   check_digests(package);
   if (!package.view.partitions.empty()) {
     check_against_table(package, *require_table().table);

@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::string_view kMark = "][fota_upi] [";
 constexpr std::string_view kEndOfPlace = "]: ";
-constexpr size_t kTrailLength = 5;
+constexpr size_t kTrailLength = 8;
 
 bool begins_with(std::string_view text, std::string_view beginning) {
   return text.substr(0, beginning.size()) == beginning;
@@ -36,8 +36,10 @@ bool is_usual(const LogLine& line) {
       "upi_check_file_existence",  // the temporary folder that is made next
       "partition_hash_cmp",        // a difference is why there is something to synchronise
   };
-  static constexpr std::array<std::string_view, 4> kMessages = {
-      "<<<<", "----", "Mtd, not erasing bad block", "Partition file description:"};
+  static constexpr std::array<std::string_view, 5> kMessages = {
+      "<<<<",        "----", "Mtd, not erasing bad block", "Partition file description:",
+      "Set syste [",  // a system's code, behind the reason that came before
+  };
   return std::find(kFunctions.begin(), kFunctions.end(), line.function) != kFunctions.end() ||
          std::any_of(kMessages.begin(), kMessages.end(),
                      [&line](auto beginning) { return begins_with(line.message, beginning); });

@@ -89,6 +89,14 @@ std::string lack_of(const PlanItem& item) {
          std::to_string(item.blocks);
 }
 
+Failure flags_failure() {
+  return {kExitDeviceUnfit,
+          {"the partition flags would be overwritten",
+           "the partitions of a system; flags belongs to neither",
+           "flags among the partitions to write",
+           "remove flags from " SYSTEM_PARTITION_TABLE_PATH " and from the package"}};
+}
+
 Failure twin_failure(const PlanItem& item, const TableEntry& entry, System running) {
   return {
       kExitDeviceUnfit,
@@ -159,7 +167,7 @@ std::vector<std::string> sync_warnings(const Plan& plan) {
                          std::to_string(*item.hidden_block) +
                          ", behind its first erased block: it is neither compared nor copied");
     }
-    if (item.needed_blocks == 0) {
+    if (item.needed_blocks == 0 && !item.up_to_date.value_or(false)) {
       warnings.push_back("the source of " + printable(item.mtd) +
                          " holds nothing before its first erased block: what " +
                          printable(item.mtd) + " holds will be erased");
@@ -168,10 +176,13 @@ std::vector<std::string> sync_warnings(const Plan& plan) {
   return warnings;
 }
 
-void require_running_untouched(const Plan& plan, const PartitionTable& table) {
+void require_harmless(const Plan& plan, const PartitionTable& table) {
   std::vector<TableEntry> entries = table.platform;
   entries.insert(entries.end(), table.oem.begin(), table.oem.end());
   for (const PlanItem& item : plan.items) {
+    if (item.mtd == "flags") {
+      throw flags_failure();
+    }
     for (const TableEntry& entry : entries) {
       if (mtd_name(entry.name, other(plan.target)) == item.mtd) {
         throw twin_failure(item, entry, other(plan.target));

@@ -61,9 +61,9 @@ void require_room(const Plan& plan);
 // What a synchronisation does not copy, and what it only erases: a sentence each.
 std::vector<std::string> sync_warnings(const Plan& plan);
 
-// Failure(kExitDeviceUnfit) when the plan would write to a partition of the running system, as a
-// table with an entry that is another one's twin makes it.
-void require_running_untouched(const Plan& plan, const PartitionTable& table);
+// Failure(kExitDeviceUnfit) when the plan would write to the boot flag record's partition, or to
+// one of the running system, as a table with an entry that is another one's twin makes it.
+void require_harmless(const Plan& plan, const PartitionTable& table);
 
 // The plan as such, for a dry run: one line a partition, or "partitions" and "nothing_to_do".
 void tell_plan(Report& report, const Plan& plan);

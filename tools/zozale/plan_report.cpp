@@ -7,14 +7,6 @@
 namespace zozale::tool {
 namespace {
 
-std::string list_of(const std::vector<uint32_t>& blocks) {
-  std::string list;
-  for (const uint32_t block : blocks) {
-    list += (list.empty() ? "" : ", ") + std::to_string(block);
-  }
-  return list;
-}
-
 std::string state_word(const PlanItem& item) {
   if (!item.fits()) {
     return "does not fit";
@@ -29,7 +21,7 @@ std::string to_line(const PlanItem& item) {
                      counted(item.blocks_to_write(), "block") + "; " +
                      std::to_string(item.good_blocks) + " good of " + std::to_string(item.blocks);
   if (!item.bad_blocks.empty()) {
-    line += ", bad: " + list_of(item.bad_blocks);
+    line += ", bad: " + listed(item.bad_blocks);
   }
   return line;
 }

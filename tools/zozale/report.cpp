@@ -72,4 +72,12 @@ int Report::finish(ExitCode code) {
   return code;
 }
 
+Json letter_or_null(const std::optional<System>& system) {
+  return system ? Json(letter(*system)) : Json();
+}
+
+Json health_json(int status, int attempts) {
+  return {{"status", health_word(status)}, {"attempts", attempts}};
+}
+
 }  // namespace zozale::tool

@@ -4,10 +4,12 @@
 #ifndef ZOZALE_TOOL_REPORT_H
 #define ZOZALE_TOOL_REPORT_H
 
+#include <optional>
 #include <string>
 
 #include "common/exit_codes.h"
 #include "zozale/failure.h"
+#include "zozale/terms.h"
 
 namespace zozale::tool {
 
@@ -45,6 +47,15 @@ class Report {
   Json warnings_ = Json::array();
   Json error_;
 };
+
+// A fact, or null where it cannot be told.
+template <typename Value>
+Json value_or_null(const std::optional<Value>& value) {
+  return value ? Json(*value) : Json();
+}
+Json letter_or_null(const std::optional<System>& system);
+// "status" and "attempts" of a system.
+Json health_json(int status, int attempts);
 
 }  // namespace zozale::tool
 

@@ -8,20 +8,8 @@
 namespace zozale::tool {
 namespace {
 
-Json letter_or_null(const std::optional<System>& system) {
-  return system ? Json(letter(*system)) : Json();
-}
-
 std::string letter_or_unknown(const std::optional<System>& system) {
   return system ? letter(*system) : "unknown";
-}
-
-Json number_or_null(const std::optional<int>& number) {
-  return number ? Json(*number) : Json();
-}
-
-Json to_json(const SystemHealth& health) {
-  return {{"status", health_word(health.status)}, {"attempts", health.attempts}};
 }
 
 void tell_running(Report& report, const std::optional<System>& running) {
@@ -34,7 +22,7 @@ void tell_running(Report& report, const std::optional<System>& running) {
 
 void tell_system(Report& report, const BootState& state, System system) {
   const SystemHealth& health = state.of(system);
-  report.data()["systems"][letter(system)] = to_json(health);
+  report.data()["systems"][letter(system)] = health_json(health.status, health.attempts);
   report.say("System " + letter(system) + ":         " + health_word(health.status) +
              ", boot attempts: " + std::to_string(health.attempts));
 }
@@ -75,8 +63,8 @@ Json word_or_null(const std::optional<int>& status, std::string (*word)(int)) {
 
 void tell_store(Report& report, const StoreState& store) {
   report.data()["upgrade"] = {{"status", word_or_null(store.upgrade_status, upgrade_word)},
-                              {"total_bytes", number_or_null(store.total_size)},
-                              {"done_bytes", number_or_null(store.upgraded_size)}};
+                              {"total_bytes", value_or_null(store.total_size)},
+                              {"done_bytes", value_or_null(store.upgraded_size)}};
   report.data()["sync"] = {{"status", word_or_null(store.sync_status, sync_word)}};
   report.say("Upgrade:          " + upgrade_text(store));
   report.say("Synchronisation:  " +

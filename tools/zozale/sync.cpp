@@ -66,8 +66,11 @@ void run_sync(Session& session, const Plan& plan, Display& display) {
 Plan prepare(Session& session, System target) {
   const MtdTable flash = MtdTable::read();
   require_usable(read_flags(flash));
+  const PartitionTable table = require_harmless_table();
   const Compare compare = session.options.dry_run ? Compare::kYes : Compare::kNo;
-  Plan plan = plan_sync(require_harmless_table(), target, flash, compare);
+  session.report.say("Reading the partitions of " + in_words(other(target)) + " ...");
+  Plan plan = plan_sync(table, target, flash, compare);
+  require_harmless(plan, table);
   for (const std::string& warning : sync_warnings(plan)) {
     session.report.warn(warning);
   }

@@ -113,6 +113,14 @@ std::string counted(uint64_t count, const std::string& noun) {
   return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
 }
 
+std::string listed(const std::vector<uint32_t>& numbers) {
+  std::string list;
+  for (const uint32_t number : numbers) {
+    list += (list.empty() ? "" : ", ") + std::to_string(number);
+  }
+  return list;
+}
+
 std::string short_size(uint64_t bytes) {
   const std::string full = human_size(bytes);
   return full.substr(0, full.find(" ("));

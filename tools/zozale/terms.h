@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace zozale::tool {
 
@@ -40,6 +41,9 @@ std::string upgrade_type_word(int type);
 
 // "1 block", "12 blocks".
 std::string counted(uint64_t count, const std::string& noun);
+
+// "3, 5, 17".
+std::string listed(const std::vector<uint32_t>& numbers);
 
 // A size as short as a progress line wants it: "1.5 MiB", "812 bytes".
 std::string short_size(uint64_t bytes);
