@@ -22,6 +22,9 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+# What runs finds these libraries by itself: no path of this machine gets into a program.
+list(APPEND CMAKE_PLATFORM_IMPLICIT_LINK_DIRECTORIES
+  ${ZOZALE_ARMHF_SYSROOT}/usr/lib/arm-linux-gnueabihf)
 # Headers of packages that differ from one architecture to the next.
 set(CMAKE_C_STANDARD_INCLUDE_DIRECTORIES ${ZOZALE_ARMHF_SYSROOT}/usr/include/arm-linux-gnueabihf)
 set(CMAKE_CXX_STANDARD_INCLUDE_DIRECTORIES ${CMAKE_C_STANDARD_INCLUDE_DIRECTORIES})

@@ -3,7 +3,7 @@
 
 namespace {
 
-constexpr std::uint32_t kBlock = 2048;
+constexpr std::size_t kBlock = 2048;
 
 sim::Layout worn_layout() {
   sim::Layout layout = sim::test_layout(512, 4, 16);
