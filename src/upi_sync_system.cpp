@@ -63,7 +63,10 @@ class OpenPartition {
 // Memory for a walk over a partition's content: one block, and what an erased one looks like.
 class WalkBuffers {
  public:
-  explicit WalkBuffers(uint32_t block_size) : data_(block_size), erased_(data_ ? block_size : 0) {
+  // `room` is how much may be read from data(), at least a block: who writes a block of another
+  // partition from it takes that one's size.
+  WalkBuffers(uint32_t block_size, uint32_t room)
+      : data_(block_size == 0 ? 0 : room), erased_(data_ ? block_size : 0), size_(block_size) {
     if (erased_) {
       erased_.fill(0xFF);
     }
@@ -73,15 +76,15 @@ class WalkBuffers {
   // Whether both were allocated; logs which was not.
   bool ready(const char* speaker) const {
     if (!data_) {
-      UPI_LOG_AS(speaker, "Malloc read_data fail, size:%u", static_cast<unsigned>(data_.size()));
+      UPI_LOG_AS(speaker, "Malloc read_data fail, size:%u", size_);
     } else if (!erased_) {
-      UPI_LOG_AS(speaker, "Malloc delta_f fail, size:%u", static_cast<unsigned>(data_.size()));
+      UPI_LOG_AS(speaker, "Malloc delta_f fail, size:%u", size_);
     }
     return data_ && erased_;
   }
 
   unsigned char* data() const { return data_.get(); }
-  size_t size() const { return data_.size(); }
+  size_t size() const { return size_; }
   void clear() { data_.fill(0); }
 
   // The short test rejects most blocks before the whole one is compared.
@@ -93,6 +96,7 @@ class WalkBuffers {
  private:
   upi::Buffer data_;
   upi::Buffer erased_;
+  uint32_t size_;
   unsigned char short_[kShortTestSize];
 };
 
@@ -155,7 +159,7 @@ int partition_hash(char* partition, int partition_type, unsigned char* hash) {
   }
   SHA512_CTX context;
   SHA512_Init(&context);
-  WalkBuffers buffers(open.block_size());
+  WalkBuffers buffers(open.block_size(), open.block_size());
   if (!buffers.ready(__func__) || !hash_content(&open, &buffers, &context)) {
     return -1;
   }
@@ -238,7 +242,9 @@ bool copy_content(OpenPartition* dst, OpenPartition* src, WalkBuffers* buffers) 
 
 // Gives its memory back before the copy is checked: the check needs as much again.
 bool erase_and_copy(OpenPartition* dst, OpenPartition* src, char* dst_name) {
-  WalkBuffers buffers(src->block_size());
+  const uint32_t dst_size = dst->block_size();
+  WalkBuffers buffers(src->block_size(),
+                      dst_size > src->block_size() ? dst_size : src->block_size());
   if (!buffers.ready("sync_partition")) {
     return false;
   }
