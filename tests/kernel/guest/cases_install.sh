@@ -63,26 +63,28 @@ case_length_blocks_less_1() { install_length blocks-less-1 3; }
 case_length_blocks_plus_1() { install_length blocks-plus-1 4; }
 case_length_one_byte() { install_length one-byte 1; }
 
-# The block numbers are those of the target's rootfs that are bad from the factory.
+# install_past PACKAGE LENGTH BAD ...: an image of LENGTH blocks into the target's rootfs, of which
+# the blocks BAD are bad from the factory.
 install_past() {
-  places=
+  package=$1 length=$2 places=
+  shift 2
   for block in "$@"; do
     places="$places $(of $target rootfs):$block"
   done
   new_ready_device "badblocks=$(chip_blocks $places)"
   equal "good blocks" $((16 - $#)) "$(good_blocks "$(of $target rootfs)")"
-  download blocks-plus-1
+  download $package
   exits 0 zozale install
-  holds "$(of $target rootfs)" /media/blocks-plus-1/rootfs
-  equal "erased blocks" $((16 - $# + 4)) "$(erases "$(of $target rootfs)")"
+  holds "$(of $target rootfs)" /media/$package/rootfs
+  equal "erased blocks" $((16 - $# + length)) "$(erases "$(of $target rootfs)")"
   record_tells_success
-  detail "bad: $*"
+  detail "$length blocks, bad: $*"
 }
-case_first_block_bad() { install_past 0; }
-case_middle_block_bad() { install_past 2; }
-case_last_block_bad() { install_past 15; }
-case_three_blocks_bad_in_a_row() { install_past 1 2 3; }
-case_first_middle_and_last_bad() { install_past 0 2 15; }
+case_first_block_bad() { install_past blocks-plus-1 4 0; }
+case_middle_block_bad() { install_past blocks-plus-1 4 2; }
+case_last_block_bad() { install_past large 15 15; }
+case_three_blocks_bad_in_a_row() { install_past blocks-plus-1 4 1 2 3; }
+case_first_middle_and_last_bad() { install_past blocks-plus-1 4 0 2 15; }
 
 case_bad_blocks_everywhere() {
   new_ready_device "badblocks=$(chip_blocks flags:1 flags:4 kernel:0 kernel2:1 kernel2:2 rootfs:3 \

@@ -65,8 +65,12 @@ case_mark() {
 }
 
 case_doctor() {
-  new_ready_device
+  new_ready_device "badblocks=$(chip_blocks flags:0 rootfs2:3 rootfs2:4)"
   exits 0 zozale doctor
+  said "system $running runs"
+  said "rootfs2 (mtd5): 16 blocks of 128.0 KiB, bad: 3, 4"
+  said "main copy in block 1 is valid"
+  said "backup copy in block 2 is valid"
   equal "flash operations" 0 "$(operations)"
 }
 
