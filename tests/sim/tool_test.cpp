@@ -108,7 +108,7 @@ TEST_F(ToolTest, RunsProgramsOfTheSystem) {
   EXPECT_EQ(run("cat /proc/cmdline").output, "console=ttyS0,115200 system=system_a rootwait\n");
   EXPECT_EQ(run("sh -c 'echo hi > /cache/hi && cat /cache/hi'").output, "hi\n");
   EXPECT_EQ(run("sh -c 'cd /cache && ls'").output, "hi\n");
-  EXPECT_EQ(run("dd if=/dev/mtd1 of=/cache/dump bs=2048 count=2 status=none").output, "");
+  EXPECT_EQ(run("dd if=/dev/mtd1 of=/cache/dump bs=4096 count=1 status=none").output, "");
   EXPECT_EQ(std::filesystem::file_size(device + "/root/cache/dump"), 4096U);
 }
 
