@@ -227,5 +227,13 @@ TEST_F(OutputTest, SaysSoWhenThePlatformsStoreIsMissing) {
   EXPECT_TRUE(run.complains("ZOZALE_PLATFORM_LIBRARIES")) << run;
 }
 
+TEST_F(OutputTest, FindsTheStoreThatAPlatformBuiltIn) {
+  const Ended run = run_on_device(
+      {"/bin/sh", "-c", "LD_PRELOAD= " + std::string(DEVICE_TOOL_WITH_STORE) + " watch"});
+
+  EXPECT_EQ(run.status, 0) << run;
+  EXPECT_TRUE(run.says("upgrade: installed\n")) << run;
+}
+
 }  // namespace
 }  // namespace tool
