@@ -302,7 +302,8 @@ static void copy_image(const struct partition* partition, const struct entry* en
   for (uint32_t done = 0; done < (uint32_t)entry->len; done += partition->block) {
     const uint32_t rest = (uint32_t)entry->len - done;
     const uint32_t size = rest < partition->block ? rest : partition->block;
-    lseek(package_fd, (off_t)((uint32_t)entry->offset + done), SEEK_SET);
+    const uint32_t at = (uint32_t)entry->offset + done;
+    lseek(package_fd, (off_t)at, SEEK_SET);
     need(read(package_fd, block, size) == (ssize_t)size, "package");
     memset(block + size, 0xFF, partition->block - size);
     write_at(partition, done, block);

@@ -51,7 +51,6 @@ TEST_F(MtdChecksTest, AnswersAreTheKernels) {
 TEST_F(MtdChecksTest, NeedsADevice) {
   mtd_checks::Device checked;
   checked.node = "/dev/mtd77";
-  std::ostringstream ignored;
   FILE* out = tmpfile();
   EXPECT_FALSE(mtd_checks::run(checked, out));
   fclose(out);
