@@ -22,6 +22,10 @@ class Profile:
     def total(self):
         return sum(self.by_object.values())
 
+    def without(self, name):
+        """Instructions of all but one library."""
+        return self.total - self.by_object[name]
+
     def _name(self, kind, text):
         number, name = re.match(r"\((\d+)\)(?: (.*))?", text).groups()
         if name:

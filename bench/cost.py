@@ -1,13 +1,14 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: Apache-2.0
-"""What the library itself costs in a whole upgrade, in user instructions by callgrind.
+"""What the library costs beyond the floor, in user instructions by callgrind.
 
 Usage: cost.py PROGRAMS WORK_FOLDER
 
 Prints two tables and fails when one of the ceilings is passed:
-- without bad blocks, the library's own code takes at most 10 % of the instructions of a
-  verification and an installation;
-- with bad blocks, each log line is formatted once and written once to each destination.
+- without bad blocks, an operation takes at most CEILINGS times the floor's instructions, those of
+  the simulated device counted with both or with neither;
+- with bad blocks, each log line is formatted once, written once to each destination and flushed
+  once, and takes less than half of what it takes the plain way.
 """
 
 import pathlib
@@ -15,57 +16,72 @@ import sys
 
 from callgrind import profile
 from device import Device
+from operations import PROGRAMS, Pair
 
-LIBRARY = "libzozale.so.1.0.0"
+SIMULATOR = "libzozale_sim.so"
 LOG_LINE = "upi::log_line(char const*, int, char const*, ...)"
-MOST_SHARE = 0.10
+CEILINGS = {
+    "verify": 1.05,
+    "install (fresh)": 1.15,
+    "install (already there)": 1.15,
+    "sync (equal)": 1.05,
+    "sync (different)": 1.05,
+}
+MOST_OF_PLAIN = 0.5
 
 
-def own(profiles):
-    total = sum(p.total for p in profiles)
-    library = sum(p.by_object[LIBRARY] for p in profiles)
-    return library, total
+def profiles(pair, verb, work):
+    return [profile(command[-2:], work / "callgrind.out", command[:-2])
+            for command in pair.commands(verb)]
 
 
-def share_table(programs, work):
-    device = Device(programs, work / "flawless", 8)
-    profiles = {what: profile([programs / "bench_host", what], work / f"{what}.out", device.before())
-                for what in ("verify", "install")}
+def ratio_table(programs, work):
+    pair = Pair(programs, work / "flawless", 8)
     print("8 MiB image, no bad block; user instructions\n")
-    print(f"{'':10}{'all':>14}{'libcrypto':>14}{'simulator':>14}{'libc':>14}{'library':>14}  share")
-    rows = {**{name: [p] for name, p in profiles.items()}, "both": list(profiles.values())}
-    for name, group in rows.items():
-        library, total = own(group)
-        parts = [sum(p.by_object[o] for p in group)
-                 for o in ("libcrypto.so.3", "libzozale_sim.so", "libc.so.6")]
-        cells = "".join(f"{number:14,}" for number in (total, *parts, library))
-        print(f"{name:10}{cells}  {library / total:.2%}")
-    library, total = own(list(profiles.values()))
-    return library / total <= MOST_SHARE
+    print(f"{'':26}{'library':>14}{'floor':>14}{'ratio':>9}{'no device':>11}{'ceiling':>9}")
+    good = True
+    for name, verb in pair.rounds():
+        library, floor = profiles(pair, verb, work)
+        ratio = library.total / floor.total
+        bare_ratio = library.without(SIMULATOR) / floor.without(SIMULATOR)
+        print(f"{name:26}{library.total:14,}{floor.total:14,}{ratio:9.4f}{bare_ratio:11.4f}"
+              f"{CEILINGS[name]:9.2f}")
+        good = good and max(ratio, bare_ratio) <= CEILINGS[name]
+    return good
+
+
+def plain_line(programs, work, device, lines):
+    """Instructions for a line that is logged the plain way."""
+    program = programs / "bench_plain_log"
+    most, none = (profile([program, str(count)], work / "callgrind.out", device.before()).total
+                  for count in (lines, 0))
+    return (most - none) / lines
 
 
 def log_table(programs, work):
-    device = Device(programs, work / "bad", 1, bad_percent=20)
-    before = device.log_lines()
-    p = profile([programs / "bench_host", "install"], work / "bad.out", device.before())
-    lines = device.log_lines() - before
-    line_calls = p.calls[LOG_LINE]
-    formats = p.calls["vsnprintf"]
-    stores = p.calls["fwrite"]
-    flushes = p.calls["fflush"]
-    print(f"\n1 MiB image, {device.bad} of {device.blocks} blocks bad\n")
-    print(f"lines in the log       {lines:10,}")
-    print(f"calls that log         {line_calls:10,}")
-    print(f"formattings            {formats:10,}   one for a line, for both destinations")
-    print(f"stream writes          {stores:10,}   one for each destination")
-    print(f"flushes of the log     {flushes:10,}   one for a line: one write call each")
-    print(f"instructions           {p.inclusive[LOG_LINE] // max(lines, 1):10,}   for a line, libc's too")
-    return 0 < lines == line_calls == formats == flushes and stores == 2 * lines
+    devices = [Device(programs, work / "bad" / name, 2, bad_percent=20) for name in PROGRAMS]
+    library, floor = (profile([programs / name, "install"], work / "callgrind.out", device.before())
+                      for device, name in zip(devices, PROGRAMS))
+    lines = library.calls[LOG_LINE]
+    counts = {
+        "formattings": library.calls["vsnprintf"],
+        "writes to either stream": library.calls["fwrite"] / 2,
+        "flushes of the log": library.calls["fflush"],
+    }
+    line = (library.total - floor.total) / lines
+    plain = plain_line(programs, work, devices[0], lines)
+    print(f"\n2 MiB image, {devices[0].bad} of {devices[0].blocks} blocks bad, {lines:,} log lines\n")
+    for what, count in counts.items():
+        print(f"{what:26}{count:14,.0f}")
+    print(f"{'instructions for a line':26}{line:14,.0f}   beyond the floor, libc's too")
+    print(f"{'the plain way':26}{plain:14,.0f}   {line / plain:.2f} of it, ceiling {MOST_OF_PLAIN}")
+    once = all(count == lines for count in counts.values())
+    return 0 < lines and once and line < MOST_OF_PLAIN * plain
 
 
 def main():
     programs, work = (pathlib.Path(argument).resolve() for argument in sys.argv[1:3])
-    good = [share_table(programs, work), log_table(programs, work)]
+    good = [ratio_table(programs, work), log_table(programs, work)]
     if not all(good):
         sys.exit("cost: a ceiling was passed")
 

@@ -72,6 +72,10 @@ class Device:
     def _tool(self, name, *arguments):
         subprocess.run([self.programs / name, *arguments], check=True, capture_output=True)
 
+    def fill(self, partition, image):
+        """Fills a partition's good blocks as a factory would; what is behind the image is erased."""
+        self._tool("zozale-sim", "flash", self.path, partition, image)
+
     def before(self):
         """The words that run a command on the device."""
         return [self.programs / "zozale-sim", "run", self.path, "--"]

@@ -122,7 +122,9 @@ static void read_table(void) {
   char magic[5];
   int plat, platform, oem;
   FILE* file = fopen("/etc_ro/systemPartitionInfo.conf", "rb");
-  need(file != NULL && fscanf(file, "[Head]\n") == 0, "table file");
+  need(file != NULL, "table file");
+  rewind(file);
+  need(fscanf(file, "[Head]\n") == 0, "table file");
   need(fscanf(file, "magic=%4s\nplat=%d\nplat_partition_num=%d\noem_partition_num=%d\n", magic,
               &plat, &platform, &oem) == 4,
        "table head");
@@ -435,6 +437,7 @@ static void synchronise(void) {
 }
 
 int main(int argc, char** argv) {
+  getppid(); /* where the operation begins, for those who trace system calls */
   const char* what = argc == 2 ? argv[1] : "";
   if (strcmp(what, "verify") == 0) {
     verify();
