@@ -14,11 +14,10 @@ Prints two tables and fails when one of the ceilings is passed:
 import pathlib
 import sys
 
-from callgrind import profile
 from device import Device
+from measure import SIMULATOR, instructions
 from operations import PROGRAMS, Pair
 
-SIMULATOR = "libzozale_sim.so"
 LOG_LINE = "upi::log_line(char const*, int, char const*, ...)"
 CEILINGS = {
     "verify": 1.05,
@@ -30,18 +29,13 @@ CEILINGS = {
 MOST_OF_PLAIN = 0.5
 
 
-def profiles(pair, verb, work):
-    return [profile(command[-2:], work / "callgrind.out", command[:-2])
-            for command in pair.commands(verb)]
-
-
 def ratio_table(programs, work):
     pair = Pair(programs, work / "flawless", 8)
     print("8 MiB image, no bad block; user instructions\n")
     print(f"{'':26}{'library':>14}{'floor':>14}{'ratio':>9}{'no device':>11}{'ceiling':>9}")
     good = True
     for name, verb in pair.rounds():
-        library, floor = profiles(pair, verb, work)
+        library, floor = (instructions(command, work) for command in pair.commands(verb))
         ratio = library.total / floor.total
         bare_ratio = library.without(SIMULATOR) / floor.without(SIMULATOR)
         print(f"{name:26}{library.total:14,}{floor.total:14,}{ratio:9.4f}{bare_ratio:11.4f}"
@@ -52,15 +46,14 @@ def ratio_table(programs, work):
 
 def plain_line(programs, work, device, lines):
     """Instructions for a line that is logged the plain way."""
-    program = programs / "bench_plain_log"
-    most, none = (profile([program, str(count)], work / "callgrind.out", device.before()).total
+    most, none = (instructions([*device.before(), programs / "bench_plain_log", str(count)], work)
                   for count in (lines, 0))
-    return (most - none) / lines
+    return (most.total - none.total) / lines
 
 
 def log_table(programs, work):
     devices = [Device(programs, work / "bad" / name, 2, bad_percent=20) for name in PROGRAMS]
-    library, floor = (profile([programs / name, "install"], work / "callgrind.out", device.before())
+    library, floor = (instructions([*device.before(), programs / name, "install"], work)
                       for device, name in zip(devices, PROGRAMS))
     lines = library.calls[LOG_LINE]
     counts = {

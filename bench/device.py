@@ -1,6 +1,8 @@
 # SPDX-License-Identifier: Apache-2.0
 """Simulated devices to measure on: one partition pair, an image, some bad blocks."""
 
+import collections
+import json
 import pathlib
 import random
 import shutil
@@ -49,6 +51,7 @@ class Device:
         used = size_mib * MIB // BLOCK
         self.blocks = used + max(used // 5, 4)
         self.bad = self.blocks * bad_percent // 100
+        self.bad_blocks = []  # of each of the two partitions
         shutil.rmtree(self.folder, ignore_errors=True)
         self.folder.mkdir(parents=True)
         self._create(random.Random(seed))
@@ -56,9 +59,10 @@ class Device:
         self.run("bench_host", "init")
 
     def _create(self, chance):
-        bad = [sorted(chance.sample(range(self.blocks), self.bad)) for _ in range(2)]
+        self.bad_blocks = [sorted(chance.sample(range(self.blocks), self.bad)) for _ in range(2)]
         layout = self.folder / "layout.toml"
-        layout.write_text(LAYOUT.format(blocks=self.blocks, bad_a=bad[0], bad_b=bad[1]))
+        layout.write_text(LAYOUT.format(blocks=self.blocks, bad_a=self.bad_blocks[0],
+                                        bad_b=self.bad_blocks[1]))
         self._tool("zozale-sim", "create", self.path, "--layout", layout)
 
     def _pack(self, size_mib, seed):
@@ -84,7 +88,8 @@ class Device:
         subprocess.run([*self.before(), self.programs / name, *arguments], check=True,
                        stdout=subprocess.DEVNULL)
 
-    def log_lines(self):
-        """Lines that the library has logged, as long as its log was not rotated."""
-        log = self.path / "root/cache/ovu_fota_ab/upi_ab.log"
-        return log.read_bytes().count(b"][fota_upi] [")
+    def operations(self):
+        """What the device was asked since it was made, by kind."""
+        shown = subprocess.run([self.programs / "zozale-sim", "show", self.path, "--json"],
+                               check=True, capture_output=True).stdout
+        return collections.Counter(json.loads(shown)["operations"])

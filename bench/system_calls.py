@@ -10,7 +10,6 @@ when the two devices were not asked exactly the same.
 """
 
 import collections
-import json
 import pathlib
 import re
 import subprocess
@@ -52,14 +51,14 @@ def parse(line, device):
 def trace(command, device, file):
     """Counts of system calls from the operation's beginning on and of requests on flash, by (call,
     path)."""
-    before = operations(device)
+    before = asked(device)
     with open(f"{device.folder}{CONSOLE}", "w", encoding="ascii") as console:
         subprocess.run([*command[:-2], "strace", "-f", "-y", "-o", file, *command[-2:]], check=True,
                        stdout=console)
     lines = file.read_text(errors="replace").splitlines()
     begin = next(i for i, line in enumerate(lines) if "getppid()" in line)
     calls = (parse(line, device) for line in lines[begin + 1:])
-    requests = operations(device) - before
+    requests = asked(device) - before
     return (collections.Counter(call for call in calls if call) +
             collections.Counter({(name, place): requests[name] for name in requests
                                  for start, place in REQUESTS.items() if name.startswith(start)}))
@@ -69,13 +68,10 @@ def log_lines(device):
     return (device.path / "root/cache/ovu_fota_ab/upi_ab.log").read_bytes().count(LINE)
 
 
-def operations(device):
+def asked(device):
     """What the device was asked since it was made, by kind."""
-    shown = subprocess.run([device.programs / "zozale-sim", "show", device.path, "--json"],
-                           check=True, capture_output=True).stdout
-    counts = json.loads(shown)["operations"]
-    return collections.Counter(
-        {name: count for name, count in counts.items() if name not in LOG_OPERATIONS})
+    counts = device.operations()
+    return collections.Counter({name: counts[name] for name in counts.keys() - LOG_OPERATIONS})
 
 
 def judge(call, count, expected, floor, lines):
@@ -96,10 +92,10 @@ def compare(name, verb, pair, expected, work):
     lines = log_lines(library_device) - before
     print(f"\n{name}, {lines} log lines")
     good = [judge(call, library[call], expected, floor, lines) for call in sorted(library | floor)]
-    asked = [operations(device) for device in pair.devices]
-    if asked[0] != asked[1]:
-        print(f"  the library's device was asked {asked[0]}\n  the floor's device {asked[1]}")
-    return lines > 0 and all(good) and asked[0] == asked[1]
+    both = [asked(device) for device in pair.devices]
+    if both[0] != both[1]:
+        print(f"  the library's device was asked {both[0]}\n  the floor's device {both[1]}")
+    return lines > 0 and all(good) and both[0] == both[1]
 
 
 def main():

@@ -1,0 +1,86 @@
+#!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
+"""Measures the library against the least that does the same and against what people use instead.
+
+Usage: bench.py BUILD OUT [--quick | --again CELL...]
+
+Writes OUT/results.json and OUT/plots/ and prints one table. --quick takes small partitions and
+leaves the emulated machine out. A CELL is MIB:BAD_PERCENT or "guest"; all others are taken from
+the results that are there.
+"""
+
+import argparse
+import json
+import pathlib
+import shutil
+import sys
+
+import guest
+import plots
+import table
+from measure import Cell
+
+FULL = {"instructions": [(mib, bad) for mib in (8, 32, 128) for bad in (0, 1, 5)],
+        "counts": [(2, 0), (4, 0), (16, 0), (64, 0), (32, 2), (32, 3)],
+        "guest": ["8:0:5", "8:1:5", "8:5:5", "32:0:3", "32:1:3", "32:5:3"]}
+QUICK = {"instructions": [(2, 0), (2, 15), (4, 0)], "counts": [(1, 0), (8, 0)], "guest": []}
+
+
+def rounds_of(mib):
+    return max(1, min(7, 64 // mib))
+
+
+def measure(build, folder, mib, bad_percent, with_instructions):
+    print(f"{mib} MiB, {bad_percent} % bad ...", file=sys.stderr, flush=True)
+    cell = Cell(build / "bin", folder, mib, bad_percent)
+    cell.count()
+    cell.time(rounds_of(mib))
+    if with_instructions:
+        cell.count_instructions()
+    shutil.rmtree(folder)
+    return list(cell.rows.values())
+
+
+def save(file, results):
+    order = ("mib", "bad_percent")
+    results["cells"].sort(key=lambda row: [row[key] for key in order])
+    file.write_text(json.dumps(results, indent=1) + "\n")
+
+
+def measure_all(build, out, plan, wanted, results):
+    """Measures what is wanted of a plan and saves each result as soon as it is there."""
+    for mib, bad_percent in plan["instructions"] + plan["counts"]:
+        if wanted and f"{mib}:{bad_percent}" not in wanted:
+            continue
+        rows = measure(build, build / "bench", mib, bad_percent,
+                       (mib, bad_percent) in plan["instructions"])
+        others = [row for row in results["cells"]
+                  if (row["mib"], row["bad_percent"]) != (mib, bad_percent)]
+        results["cells"] = others + rows
+        save(out / "results.json", results)
+    if plan["guest"] and (not wanted or "guest" in wanted):
+        results["guest"] = guest.measure(build, plan["guest"])
+        save(out / "results.json", results)
+
+
+def arguments():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("build", type=lambda text: pathlib.Path(text).resolve())
+    parser.add_argument("out", type=lambda text: pathlib.Path(text).resolve())
+    parser.add_argument("--quick", action="store_true")
+    parser.add_argument("--again", nargs="*", default=[])
+    return parser.parse_args()
+
+
+def main():
+    given = arguments()
+    file = given.out / "results.json"
+    results = {"cells": [], "guest": []}
+    if given.again and file.exists():
+        results = json.loads(file.read_text())
+    measure_all(given.build, given.out, QUICK if given.quick else FULL, given.again, results)
+    print(table.text(results))
+    plots.draw(results, given.out / "plots")
+
+
+main()

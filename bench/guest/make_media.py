@@ -1,0 +1,103 @@
+#!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
+"""make_media.py ZOZALE_PACKAGE FOLDER CASE...: makes what the guest installs. A CASE is
+MIB:BAD_PERCENT:ROUNDS; an image of MIB fills all but a fifth of its partition."""
+
+import hashlib
+import pathlib
+import random
+import subprocess
+import sys
+
+BLOCK = 128 * 1024
+MIB = 1024 * 1024
+
+TABLE = """[Head]
+magic=SUPI
+plat=0
+plat_partition_num=1
+oem_partition_num=0
+[Platform_Partition_Info]
+name=rootfs
+system_type=0
+partition_type=0
+[Oem_Partition_Info]
+"""
+
+# What the updater is told: this image to this partition. It cannot write raw NAND on the way.
+DESCRIPTION = """software =
+{{
+  version = "1.0";
+  hardware-compatibility: [ "1.0" ];
+  images: (
+    {{
+      filename = "image";
+      mtdname = "rootfs2";
+      type = "flash";
+      sha256 = "{digest}";
+    }}
+  );
+}}
+"""
+
+
+def image(length):
+    """Bytes whose digest holds no zero byte: a device stops comparing digests at one."""
+    for seed in range(1, 1000):
+        data = random.Random(seed).randbytes(length)
+        if 0 not in hashlib.sha512(data).digest():
+            return data
+    raise ValueError("no such image")
+
+
+def openssl(*arguments):
+    subprocess.run(["openssl", *arguments], check=True, capture_output=True)
+
+
+def make_certificate(folder):
+    openssl("req", "-x509", "-newkey", "rsa:2048", "-noenc", "-keyout", folder / "key.pem", "-out",
+            folder / "cert.pem", "-subj", "/CN=bench", "-addext", "extendedKeyUsage=emailProtection")
+
+
+def make_update(folder, data):
+    description = DESCRIPTION.format(digest=hashlib.sha256(data).hexdigest())
+    (folder / "sw-description").write_text(description)
+    openssl("cms", "-sign", "-binary", "-nosmimecap", "-outform", "DER",
+            "-signer", folder.parent / "cert.pem", "-inkey", folder.parent / "key.pem",
+            "-in", folder / "sw-description", "-out", folder / "sw-description.sig")
+    with open(folder / "update.swu", "wb") as archive:
+        subprocess.run(["cpio", "--quiet", "-o", "-H", "crc"], cwd=folder, check=True,
+                       input=b"sw-description\nsw-description.sig\nimage\n", stdout=archive)
+
+
+def make_folder(tool, folder, mib):
+    data = image(mib * MIB)
+    path = folder / str(mib)
+    path.mkdir()
+    (path / "image").write_bytes(data)
+    (path / "digest").write_text(hashlib.sha512(data).hexdigest() + "\n")
+    subprocess.run([tool, "create", "--type", "platform", "--table", folder / "table.conf",
+                    "--partition", f"rootfs={path / 'image'}", "--output", path / "package"],
+                   check=True, stdout=subprocess.DEVNULL)
+    make_update(path, data)
+
+
+def case_line(mib, bad_percent, rounds):
+    used = mib * MIB // BLOCK
+    blocks = used + max(used // 5, 4)
+    bad = sorted(random.Random(1).sample(range(blocks), blocks * bad_percent // 100))
+    return f"{mib} {blocks} {rounds} {','.join(map(str, bad))}\n"
+
+
+def main():
+    tool, folder = sys.argv[1], pathlib.Path(sys.argv[2])
+    cases = [tuple(map(int, case.split(":"))) for case in sys.argv[3:]]
+    folder.mkdir(parents=True)
+    (folder / "table.conf").write_text(TABLE)
+    make_certificate(folder)
+    for mib in sorted({mib for mib, _, _ in cases}):
+        make_folder(tool, folder, mib)
+    (folder / "cases").write_text("".join(case_line(*case) for case in cases))
+
+
+main()
