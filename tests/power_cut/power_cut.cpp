@@ -6,6 +6,7 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <cstdlib>
 #include <iostream>
 #include <string>
 #include <vector>
@@ -21,6 +22,7 @@ struct Options {
   std::string system;
   std::string replay;
   bool full = false;
+  bool stop_at_failure = false;
   SweepOptions sweep;
 };
 
@@ -92,7 +94,12 @@ Tally try_all(const Operation& operation, sim::System running, const Options& op
   for (const Scenario& scenario : scenarios(operation, running, options.full)) {
     Tally shown = before;
     show_progress(scenario, shown += tally);
-    tally += sweep(scenario, options.sweep, say_failure);
+    tally += sweep(scenario, options.sweep, [&](const std::string& name, const std::string& what) {
+      say_failure(name, what);
+      if (options.stop_at_failure) {
+        std::exit(1);
+      }
+    });
   }
   hide_progress();
   print_row(operation.name, std::string(1, sim::letter(running)), tally);
@@ -134,6 +141,7 @@ int run(int argc, char** argv) {
       ->check(CLI::IsMember({"A", "B"}));
   app.add_option("--replay", options.replay, "try one cut, by the name that a failure shows");
   app.add_flag("--full", options.full, "every geometry with every bad-block map");
+  app.add_flag("--stop-at-failure", options.stop_at_failure, "end with the first failure");
   app.add_option("--seed", options.sweep.seed, "of the sampled second cuts")->capture_default_str();
   CLI11_PARSE(app, argc, argv);
   options.sweep.every_word = options.full;
