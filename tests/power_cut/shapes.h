@@ -14,7 +14,8 @@
 namespace cuts {
 
 // Small, so that an operation takes a millisecond, and unlike each other: the record over several
-// pages, in half of a page, in a small part of one; blocks of one page and of many.
+// pages, in half of a page, in a small part of one; blocks of one page and of many. No block is
+// smaller than 1024 bytes: the library reads so much at a time, past the end of the block.
 struct Shape {
   const char* name;  // page size and pages per block
   std::uint32_t page_size;

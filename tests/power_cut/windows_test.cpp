@@ -102,6 +102,14 @@ TEST_F(Windows, AStatusOfARunThatLostItsPowerStays) {
   EXPECT_EQ(stored("fota_ab_aa_sync_status"), std::to_string(SYNC_STATUS_SYNCING));
 }
 
+TEST_F(Windows, AnUpgradeThatCannotBeginLeavesAnIntactTargetUnbootable) {
+  device().write_file(support::kPackagePath, "not a package");
+  EXPECT_EQ(upgrade().result, 0);
+  EXPECT_EQ(stored("fota_ab_upgrade_status"), std::to_string(UPGRADE_STATUS_UPDATE_FAIL));
+  EXPECT_EQ(target_status(), DUALSYSTEM_STATUS_UNBOOTABLE);
+  EXPECT_EQ(target_of("kernel").total_erases(), 0U);
+}
+
 // --- One copy of the record only. ---
 
 TEST_F(Windows, TheOnlyGoodBlockOfFlagsIsErasedBeforeItIsWritten) {
