@@ -3,40 +3,34 @@
 // What zozale-package does with a package from elsewhere: check, show, and the names it extracts
 // to.
 #include <cstdint>
-#include <cstdlib>
 #include <sstream>
 #include <string>
 
 #include "check.h"
 #include "common/file.h"
 #include "extract.h"
+#include "fuzz/require.h"
 #include "package_view.h"
 #include "report.h"
 
 namespace {
 
-void require(bool holds) {
-  if (!holds) {
-    abort();
-  }
-}
-
 // One plain file name, below "extra/" for an extra file.
 void require_inside(const zozale::PackageEntry& entry) {
   std::string path = zozale::extracted_path(entry);
   if (entry.kind == zozale::PackageEntry::Kind::kExtra) {
-    require(path.rfind("extra/", 0) == 0);
+    REQUIRE(path.rfind("extra/", 0) == 0);
     path = path.substr(6);
   } else {
-    require(path != "extra");
+    REQUIRE(path != "extra");
   }
-  require(!path.empty() && path[0] != '.');
-  require(path.find('/') == std::string::npos && path.find('\0') == std::string::npos);
+  REQUIRE(!path.empty() && path[0] != '.');
+  REQUIRE(path.find('/') == std::string::npos && path.find('\0') == std::string::npos);
 }
 
 void require_printable(const std::string& text) {
   for (const char c : text) {
-    require(c == '\n' || (c >= ' ' && c <= '~'));
+    REQUIRE(c == '\n' || (c >= ' ' && c <= '~'));
   }
 }
 
@@ -55,14 +49,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const zozale::MemorySource source(data, size);
   const zozale::Findings findings = zozale::check_package(source, nullptr);
   const zozale::PackageReading reading = zozale::read_package(source);
-  require(reading.package || zozale::has_errors(findings));
+  REQUIRE(reading.package || zozale::has_errors(findings));
   if (!reading.package) {
     return 0;
   }
   show(*reading.package, findings);
   for (const zozale::PackageEntry& entry : reading.package->entries()) {
     require_inside(entry);
-    require(zozale::has_errors(findings) || entry.is_within(size));
+    REQUIRE(zozale::has_errors(findings) || entry.is_within(size));
   }
   return 0;
 }

@@ -72,7 +72,7 @@ toml::table ManifestReader::parse() const {
   try {
     return toml::parse(read_text_file(path_, kFileLimit), path_);
   } catch (const toml::parse_error& fault) {
-    throw error(fault.source(), std::string(fault.description()));
+    throw error(fault.source(), printable(fault.description()));
   }
 }
 

@@ -61,14 +61,22 @@ void tell_success(const Report& report, const Plan& plan, const UpgradeSteps& st
   report.say("To start it: zozale switch " + letter(plan.target) + " --reboot");
 }
 
+// An upgrade without partitions writes nothing and yet marks the other system bootable.
+void require_partitions(const PackageView& package) {
+  if (package.partitions.empty()) {
+    throw Failure(kExitBadPackage,
+                  {"the package is bad: it carries no partition", "at least one partition",
+                   counted(package.extras.size(), "extra file") + " and no partition",
+                   "fetch the package again, or make it again with zozale-package"});
+  }
+}
+
 // Everything that can be found out before the first erase.
 Plan prepare(const PackageFile& package, System target, Compare compare) {
   const MtdTable table = MtdTable::read();
   require_usable(read_flags(table));
   Plan plan = plan_install(package.view, target, table, compare);
-  if (!plan.items.empty()) {
-    require_harmless(plan, *require_table().table);
-  }
+  require_harmless(plan, *require_table().table);
   return plan;
 }
 
@@ -94,9 +102,7 @@ void run_upgrade(Session& session, const PackageFile& package, System target, Di
 ExitCode show_plan(Session& session, const PackageFile& package, System target) {
   session.report.say("Comparing the package with " + in_words(target) + " ...");
   check_digests(package);
-  if (!package.view.partitions.empty()) {
-    check_against_table(package, *require_table().table);
-  }
+  check_against_table(package, *require_table().table);
   const Plan plan = prepare(package, target, Compare::kYes);
   tell_plan(session.report, plan);
   require_room(plan);
@@ -113,6 +119,7 @@ ExitCode install(Session& session) {
     require_store();
   }
   const PackageFile package = open_package();
+  require_partitions(package.view);
   session.report.data()["dry_run"] = dry;
   session.report.data()["package"] = to_json(package.view);
   for (const std::string& warning : package.warnings) {
