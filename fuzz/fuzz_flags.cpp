@@ -23,7 +23,7 @@ using fuzz::FuzzDevice;
 constexpr size_t kHeader = 2;
 constexpr unsigned kLieShift = 3;
 
-void set_bad_blocks(sim::Partition flags, uint8_t bits) {
+void set_bad_blocks(sim::Partition flags, unsigned bits) {
   for (unsigned block = 0; block < 8; ++block) {
     flags.set_bad(block, ((bits >> block) & 1U) != 0);
   }
@@ -121,13 +121,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   sim::Partition flags = device.partition("flags");
   set_bad_blocks(flags, data[0]);
   put_records(flags, data + kHeader, size - kHeader);
-  const bool lies = lie(flags, (data[1] >> kLieShift) & 7U);
+  const unsigned choice = data[1];
+  const bool lies = lie(flags, (choice >> kLieShift) & 7U);
   if (!lies) {
     require_agreement();
   }
   read_all();
   REQUIRE(device.sim().flash_operations() == 0);
-  const int result = change(data[1] & 7U);
+  const int result = change(choice & 7U);
   REQUIRE(result == 0 || result == -1);
   if (!lies) {
     require_agreement();

@@ -173,16 +173,19 @@ TEST_F(InstallTest, GoesOnWhereAFailedOneEnded) {
   EXPECT_EQ(record().status(sim::System::b), sim::kStatusBootable);
 }
 
-TEST_F(InstallTest, APackageWithoutPartitionsIsInstalledWithAWarning) {
+// It would leave system B's content as it is and mark it bootable.
+TEST_F(InstallTest, APackageWithoutPartitionsIsRefused) {
   support::PackageFile package;
-  package.tail = support::bytes("payload");
+  package.extras = {{"notes", support::bytes("payload")}};
   put_package(package);
+  const std::uint64_t before = erases();
 
   const Ended run = zozale({"install"});
 
-  EXPECT_EQ(run.status, 0) << run;
-  EXPECT_TRUE(run.complains("warning: partitions 0")) << run;
-  EXPECT_TRUE(run.says("Nothing was left to write")) << run;
+  EXPECT_EQ(run.status, 3) << run;
+  EXPECT_TRUE(run.complains("it carries no partition")) << run;
+  EXPECT_TRUE(run.complains("found:    1 extra file and no partition")) << run;
+  EXPECT_EQ(erases(), before) << run;
 }
 
 }  // namespace

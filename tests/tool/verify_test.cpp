@@ -50,6 +50,26 @@ TEST_F(VerifyTest, ADamagedImageIsNamed) {
   EXPECT_TRUE(run.complains("the image of rootfs does not match its digest")) << run;
 }
 
+// The library compares such a digest no further than to its zero byte.
+TEST_F(VerifyTest, ADigestThatDiffersBehindAZeroByteIsABadPackage) {
+  support::PackageFile package = support::system_package();
+  support::PackageEntry& rootfs = package.partitions[1];
+  rootfs.data = support::with_zero_in_digest(rootfs.data);
+  put_package(package);
+  EXPECT_EQ(zozale({"verify"}).status, 0);
+
+  rootfs.hash = support::changed_behind_zero(support::sha512(rootfs.data));
+  put_package(package);
+  for (const Arguments& command :
+       std::vector<Arguments>{{"verify"}, {"install"}, {"install", "--dry-run"}}) {
+    const std::uint64_t before = erases();
+    const Ended run = zozale(command);
+    EXPECT_EQ(run.status, 3) << run;
+    EXPECT_TRUE(run.complains("the image of rootfs does not match its digest")) << run;
+    EXPECT_EQ(erases(), before) << run;
+  }
+}
+
 TEST_F(VerifyTest, PartitionsInAnotherOrderThanTheTableAreABadPackage) {
   support::PackageFile package = support::system_package();
   std::swap(package.partitions[0], package.partitions[1]);

@@ -73,6 +73,7 @@ void require_partitions(const PackageView& package) {
 
 // Everything that can be found out before the first erase.
 Plan prepare(const PackageFile& package, System target, Compare compare) {
+  require_partitions(package.view);
   const MtdTable table = MtdTable::read();
   require_usable(read_flags(table));
   Plan plan = plan_install(package.view, target, table, compare);
@@ -119,7 +120,6 @@ ExitCode install(Session& session) {
     require_store();
   }
   const PackageFile package = open_package();
-  require_partitions(package.view);
   session.report.data()["dry_run"] = dry;
   session.report.data()["package"] = to_json(package.view);
   for (const std::string& warning : package.warnings) {

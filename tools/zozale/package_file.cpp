@@ -54,14 +54,32 @@ std::vector<std::string> require_sound(const Findings& findings) {
        "fetch the package again, or make it again with zozale-package", errors});
 }
 
-void require_digest(const PackageFile& package, const std::string& what, uint64_t offset,
-                    uint64_t len, const Digest& stated) {
-  const Digest found = hash_range(package.file, offset, len).digest();
-  if (!equal_for_library(found, stated)) {
-    throw Failure(kExitBadPackage,
-                  {"the package is damaged: " + what + " does not match its digest", hex(stated),
-                   hex(found), "fetch the package again"});
+// A digest that the package states, and what it is of.
+struct StatedDigest {
+  std::string what;
+  uint64_t offset;
+  uint64_t len;
+  Digest digest;
+};
+
+std::vector<StatedDigest> stated_digests(const PackageView& view) {
+  std::vector<StatedDigest> all = {
+      {"its content", kHeadSize, view.file_size - kHeadSize, view.content_hash()}};
+  for (const PackageEntry& entry : view.partitions) {
+    all.push_back({"the image of " + printable(entry.name), static_cast<uint64_t>(entry.offset),
+                   static_cast<uint64_t>(entry.len), entry.hash});
   }
+  return all;
+}
+
+Digest digest_of(const PackageFile& package, const StatedDigest& stated) {
+  return hash_range(package.file, stated.offset, stated.len).digest();
+}
+
+Failure damage(const StatedDigest& stated, const Digest& found) {
+  return {kExitBadPackage,
+          {"the package is damaged: " + stated.what + " does not match its digest",
+           hex(stated.digest), hex(found), "fetch the package again"}};
 }
 
 }  // namespace
@@ -78,13 +96,23 @@ PackageFile open_package() {
 }
 
 void check_digests(const PackageFile& package) {
-  const PackageView& view = package.view;
-  require_digest(package, "its content", kHeadSize, view.file_size - kHeadSize,
-                 view.content_hash());
-  for (const PackageEntry& entry : view.partitions) {
-    require_digest(package, "the image of " + printable(entry.name),
-                   static_cast<uint64_t>(entry.offset), static_cast<uint64_t>(entry.len),
-                   entry.hash);
+  for (const StatedDigest& stated : stated_digests(package.view)) {
+    const Digest found = digest_of(package, stated);
+    if (found != stated.digest) {
+      throw damage(stated, found);
+    }
+  }
+}
+
+void check_zero_byte_digests(const PackageFile& package) {
+  for (const StatedDigest& stated : stated_digests(package.view)) {
+    if (!has_zero_byte(stated.digest)) {
+      continue;
+    }
+    const Digest found = digest_of(package, stated);
+    if (found != stated.digest && equal_for_library(found, stated.digest)) {
+      throw damage(stated, found);
+    }
   }
 }
 

@@ -24,9 +24,13 @@ struct PackageFile {
 // which the library would never end or would damage the running system; digests are not looked at.
 PackageFile open_package();
 
-// Computes every digest as the library does, without its log and the store. Throws
-// Failure(kExitBadPackage) for the first that differs.
+// Computes every digest, without the library's log and the store. Throws Failure(kExitBadPackage)
+// for the first that differs.
 void check_digests(const PackageFile& package);
+
+// The same of digests that hold a zero byte, where the library compares no further than to it and
+// takes for equal what is not.
+void check_zero_byte_digests(const PackageFile& package);
 
 // Compares the partitions with the device's table, as the library does when it loads a package.
 // Throws Failure(kExitBadPackage).

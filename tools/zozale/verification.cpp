@@ -86,6 +86,7 @@ void require_partitions(const PackageView& package, System target) {
 
 void verify_by_library(Session& session, const PackageFile& package, VerifySteps& steps,
                        System target) {
+  check_zero_byte_digests(package);
   if (session.library.run([] { return vemk_dual_verify(); }, &steps) != 0) {
     explain(session.library, package, steps, target);
   }
