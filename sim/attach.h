@@ -97,15 +97,18 @@ std::uint64_t store_saves();
 // --- Memory. ---
 
 // While one exists, malloc(), calloc() and realloc() calls of the process are counted, and faults
-// of kind Op::malloc strike them. What the simulator itself allocates does not count.
+// of kind Op::malloc strike them. What the simulator itself allocates does not count. `holder` is
+// part of the file name of an object whose own malloc(), calloc() and free() are balanced.
 // Under valgrind this needs --soname-synonyms=somalloc=nouserintercepts.
 class AllocationWatch {
  public:
-  AllocationWatch();
+  explicit AllocationWatch(const char* holder = nullptr);
   ~AllocationWatch();
   AllocationWatch(const AllocationWatch&) = delete;
   AllocationWatch& operator=(const AllocationWatch&) = delete;
   std::uint64_t allocations() const;
+  // Blocks that the holder got since construction and has not given back.
+  std::int64_t held() const;
 };
 
 }  // namespace sim

@@ -16,6 +16,7 @@ extern "C" {
 __attribute__((weak)) void* __interceptor_malloc(std::size_t size);
 __attribute__((weak)) void* __interceptor_calloc(std::size_t count, std::size_t size);
 __attribute__((weak)) void* __interceptor_realloc(void* block, std::size_t size);
+__attribute__((weak)) void __interceptor_free(void* block);
 }
 
 namespace {
@@ -23,14 +24,18 @@ namespace {
 using Malloc = void* (*)(std::size_t);
 using Calloc = void* (*)(std::size_t, std::size_t);
 using Realloc = void* (*)(void*, std::size_t);
+using Free = void (*)(void*);
 
 // No function-local static: its guard may allocate, and this is called before anything else is.
 Malloc g_malloc = nullptr;
 Calloc g_calloc = nullptr;
 Realloc g_realloc = nullptr;
+Free g_free = nullptr;
 
 bool g_watched = false;
 std::uint64_t g_allocations = 0;
+const char* g_holder = nullptr;
+std::int64_t g_held = 0;
 
 template <typename Function>
 Function find(Function sanitizer, const char* name) {
@@ -65,13 +70,23 @@ bool refused(const void* caller) {
   return true;
 }
 
+// Counts a block that the watched object file got or gave back.
+void* held(void* block, const void* caller, int change) {
+  if (block != nullptr && g_watched && g_holder != nullptr && !sim::InSimulator::now() &&
+      object_of(caller).find(g_holder) != std::string_view::npos) {
+    g_held += change;
+  }
+  return block;
+}
+
 }  // namespace
 
 extern "C" __attribute__((visibility("default"))) void* malloc(std::size_t size) noexcept {
   if (g_malloc == nullptr) {
     g_malloc = find<Malloc>(__interceptor_malloc, "malloc");
   }
-  return refused(__builtin_return_address(0)) ? nullptr : g_malloc(size);
+  const void* const caller = __builtin_return_address(0);
+  return refused(caller) ? nullptr : held(g_malloc(size), caller, 1);
 }
 
 extern "C" __attribute__((visibility("default"))) void* calloc(std::size_t count,
@@ -79,7 +94,8 @@ extern "C" __attribute__((visibility("default"))) void* calloc(std::size_t count
   if (g_calloc == nullptr) {
     g_calloc = find<Calloc>(__interceptor_calloc, "calloc");
   }
-  return refused(__builtin_return_address(0)) ? nullptr : g_calloc(count, size);
+  const void* const caller = __builtin_return_address(0);
+  return refused(caller) ? nullptr : held(g_calloc(count, size), caller, 1);
 }
 
 extern "C" __attribute__((visibility("default"))) void* realloc(void* block,
@@ -90,10 +106,19 @@ extern "C" __attribute__((visibility("default"))) void* realloc(void* block,
   return refused(__builtin_return_address(0)) ? nullptr : g_realloc(block, size);
 }
 
+extern "C" __attribute__((visibility("default"))) void free(void* block) noexcept {
+  if (g_free == nullptr) {
+    g_free = find<Free>(__interceptor_free, "free");
+  }
+  g_free(held(block, __builtin_return_address(0), -1));
+}
+
 namespace sim {
 
-AllocationWatch::AllocationWatch() {
+AllocationWatch::AllocationWatch(const char* holder) {
   g_allocations = 0;
+  g_holder = holder;
+  g_held = 0;
   g_watched = true;
 }
 
@@ -103,6 +128,10 @@ AllocationWatch::~AllocationWatch() {
 
 std::uint64_t AllocationWatch::allocations() const {
   return g_allocations;
+}
+
+std::int64_t AllocationWatch::held() const {
+  return g_held;
 }
 
 }  // namespace sim

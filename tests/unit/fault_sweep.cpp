@@ -3,104 +3,301 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cctype>
+#include <cerrno>
+#include <filesystem>
+#include <map>
 
 #include "descriptor_squatter.h"
-#include "upi_upgrade_package.h"
+#include "upi_fotaflag_partition.h"
 
 namespace {
 
-constexpr const char* kLog = "/cache/ovu_fota_ab/upi_ab.log";
+using sim::Op;
 
-// A load that fails behind the head's magic, other than by the names, keeps its descriptor.
-bool package_may_stay_open(const LibraryRun& run) {
-  return run.told_of("Init upgrade package info fail>>>") && !run.told_of("Upgrade type invalid");
+constexpr const char* kLogPath = "/cache/ovu_fota_ab/upi_ab.log";
+constexpr const char* kWorkFolder = "/cache/ovu_fota_ab";
+constexpr const char* kTempFolder = "/cache/ovu_fota_ab/upgrade_temp";
+// Of streams, whose transfers no run without a fault tells of.
+const std::vector<std::string> kStreamPaths = {"/proc/mtd", "/proc/cmdline",
+                                               "/etc_ro/systemPartitionInfo.conf"};
+constexpr std::uint64_t kNever = 1000000000;
+
+// One line for each request but the log's; descriptors by the order in which they were opened.
+std::vector<std::string> request_lines(const std::vector<sim::Call>& calls) {
+  std::vector<std::string> lines;
+  std::map<int, int> opened;
+  int opens = 0;
+  for (const sim::Call& call : calls) {
+    if (is_of_the_log(call)) {
+      continue;
+    }
+    if (call.op == Op::open && call.error == 0) {
+      opened[call.fd] = ++opens;
+    }
+    const bool counts = call.op != Op::open && call.op != Op::fopen;
+    lines.push_back(
+        std::string(sim::op_name(call.op)) + " " + call.path + " #" +
+        std::to_string(opened[call.fd]) + " " + call.text + " flags " + std::to_string(call.flags) +
+        " " + std::to_string(call.offset) + "+" + std::to_string(call.length) + " = " +
+        (counts ? std::to_string(call.result) : "") + " error " + std::to_string(call.error));
+  }
+  return lines;
+}
+
+// Numbers of the descriptors that messages tell of: nodes and the package.
+std::vector<int> shown_descriptors(const LibraryRun& run) {
+  std::vector<int> numbers;
+  for (const sim::Call& call : run.made(Op::open)) {
+    if (call.error == 0 && (!call.partition.empty() || call.path == support::kPackagePath)) {
+      numbers.push_back(call.fd);
+    }
+  }
+  return numbers;
+}
+
+template <typename T>
+void expect_equal_lists(const char* what, const std::vector<T>& found,
+                        const std::vector<T>& wanted) {
+  const auto [a, b] = std::mismatch(found.begin(), found.end(), wanted.begin(), wanted.end());
+  if (a == found.end() && b == wanted.end()) {
+    return;
+  }
+  ADD_FAILURE() << what << " " << a - found.begin() << " of " << found.size() << ":\n  found  "
+                << (a == found.end() ? "nothing" : ::testing::PrintToString(*a)) << "\n  wanted "
+                << (b == wanted.end() ? "nothing" : ::testing::PrintToString(*b));
 }
 
 }  // namespace
 
-FaultSweepTest::FaultSweepTest() {
-  sim::Layout layout = sim::test_layout(512, 4, 4);
-  layout.running = std::get<0>(GetParam());
-  use_layout(layout);
-  allow_open_descriptors();  // looked at run by run
+FaultSweep::FaultSweep() {
+  allow_open_descriptors();  // compared, run by run
   allow_rule_breaks();       // a query that fails lets a block that holds data count as bad
 }
 
-std::vector<sim::Bytes> FaultSweepTest::running_contents() {
+void FaultSweep::use_small_device(sim::System running) {
+  sim::Layout layout = sim::test_layout(512, 4, 4);
+  layout.running = running;
+  use_layout(layout);
+  write_flags(
+      [this](sim::BootRecord& record) { record.set_status(target(), sim::kStatusSuccessful); });
+  fill_systems();
+}
+
+std::vector<sim::Bytes> FaultSweep::running_contents() {
   return {running_of("kernel").raw(), running_of("rootfs").raw(), running_of("oemdata").raw()};
 }
 
-void FaultSweepTest::expect_only_the_target_marked() {
+void FaultSweep::begin_here() {
+  if (!begun_) {
+    begun_ = true;
+    start_ = device().snapshot();
+    running_ = running_contents();
+    start_status_ = target_status();
+  }
+}
+
+void FaultSweep::expect_only_the_target_touched() {
   sim::BootRecord wanted = sim::factory_record();
   wanted.set_status(target(), target_status());
   const sim::RecordCopies copies = sim::read_records(device());
   ASSERT_NE(copies.chosen(), nullptr);
   EXPECT_EQ(copies.chosen()->record.bytes, wanted.bytes);
+  EXPECT_TRUE(running_contents() == running_) << "the running system was touched";
 }
 
-void FaultSweepTest::expect_descriptors(const LibraryRun& run) {
-  std::size_t packages = 0;
+// --- One run. ---
+
+void FaultSweep::go_back(const std::optional<sim::Fault>& fault) {
+  sim::attach(device());
+  device().restore(start_);
+  std::filesystem::create_directories(device().host_path(kWorkFolder));
+  device().remove_file(kTempFolder);
+  if (prepare_) {
+    prepare_();
+  }
+  if (fault) {
+    device().faults().add(*fault);
+  }
+}
+
+// Closes what was left open.
+void FaultSweep::look_around(Seen& seen) {
+  seen.requests = request_lines(seen.run.calls);
+  seen.struck = device().faults().struck() != 0;
+  seen.saved = device().store().all();
+  seen.chip = device().nand().snapshot();
+  for (std::uint32_t i = 0; i < device().partition_count(); ++i) {
+    seen.is_protected.push_back(device().partition(i).write_protected());
+  }
   for (const sim::OpenDescriptor& open : sim::open_descriptors()) {
-    if (open.path == support::kPackagePath) {
-      ++packages;
-      EXPECT_EQ(open.fd, g_upgrade_package_fd);
-    } else {
-      EXPECT_EQ(open.path, kLog);
+    if (open.path != kLogPath) {
+      seen.left_open.push_back(open.path);
+      close(open.fd);
     }
   }
-  EXPECT_EQ(packages, package_may_stay_open(run) ? 1U : 0U);
-  if (packages != 0) {
-    close(g_upgrade_package_fd);
-  }
-  EXPECT_EQ(g_upgrade_package_info, nullptr);
-}
-
-bool FaultSweepTest::run_with_fault(std::uint64_t at, const std::function<int()>& call,
-                                    const std::function<void(const LibraryRun&)>& check) {
-  const sim::Op op = std::get<1>(GetParam());
-  SCOPED_TRACE(std::string(sim::op_name(op)) + " number " + std::to_string(at) + " fails");
-  const sim::AllocationWatch watch;
-  const std::string where = op == sim::Op::malloc ? "libzozale" : "";
-  device().faults().add({op, where, at, op == sim::Op::malloc ? ENOMEM : EIO});
-  DescriptorSquatter squatter;
-  const LibraryRun run = run_library(call);
-  EXPECT_TRUE(squatter.lost().empty());
-  const bool struck = device().faults().struck() == 1;
   device().faults().clear();
-  expect_descriptors(run);
-  if (struck) {
-    check(run);
+}
+
+FaultSweep::Seen FaultSweep::run_library_with(const Operation& operation,
+                                              const std::optional<sim::Fault>& fault) {
+  go_back(fault);
+  Seen seen;
+  DescriptorSquatter squatter;
+  seen.run = run_library(
+      [&] {
+        const sim::AllocationWatch watch("libzozale");
+        errno = 0;
+        const int result = operation.call();
+        EXPECT_EQ(watch.held(), 0) << "blocks of memory were kept";
+        return result;
+      },
+      {true});
+  EXPECT_TRUE(squatter.lost().empty()) << "a descriptor was closed twice";
+  look_around(seen);
+  return seen;
+}
+
+FaultSweep::Seen FaultSweep::run_restated_with(const Operation& operation,
+                                               const std::optional<sim::Fault>& fault,
+                                               const LibraryRun& like) {
+  go_back(fault);
+  const bool of_memory = fault && fault->op == Op::malloc;
+  reference::Library library(shown_descriptors(like), of_memory ? fault->at : 0);
+  Seen seen;
+  seen.run = run_library(
+      [&] {
+        errno = 0;
+        return operation.restated(library);
+      },
+      {true});
+  seen.run.log = library.log();
+  seen.allocations = library.allocations();
+  look_around(seen);
+  seen.struck = seen.struck || (of_memory && library.allocations() >= fault->at);
+  return seen;
+}
+
+void FaultSweep::expect_equal(const Seen& found, const Seen& wanted) {
+  EXPECT_EQ(found.run.result, wanted.run.result);
+  expect_equal_lists("diagnostic", found.run.log, wanted.run.log);
+  expect_equal_lists("request", found.requests, wanted.requests);
+  expect_equal_lists("left open:", found.left_open, wanted.left_open);
+  expect_equal_lists("store value", found.run.store, wanted.run.store);
+  expect_equal_lists("saved value", found.saved, wanted.saved);
+  EXPECT_EQ(found.run.saves, wanted.run.saves);
+  EXPECT_EQ(found.is_protected, wanted.is_protected);
+  EXPECT_EQ(found.struck, wanted.struck);
+  EXPECT_TRUE(found.chip == wanted.chip) << "the chip is not what it should be";
+}
+
+void FaultSweep::expect_same(const Operation& operation, const std::optional<sim::Fault>& fault,
+                             const Check& check) {
+  begin_here();
+  const Seen found = run_library_with(operation, fault);
+  if (check) {
+    check(found.run);
   }
-  return struck;
+  expect_equal(found, run_restated_with(operation, fault, found.run));
 }
 
-void FaultSweepTest::sweep(const std::function<int()>& call,
-                           const std::function<void(const LibraryRun&)>& check) {
-  const sim::Device::Snapshot start = device().snapshot();
-  std::uint64_t at = 1;
-  while (run_with_fault(at, call, check) && !HasFailure()) {
-    device().restore(start);
-    ++at;
+// --- All of them. ---
+
+std::vector<FaultPlace> FaultSweep::places_of(const Operation& operation, Op op) {
+  if (op == Op::malloc) {
+    return {{op, "libzozale", run_restated_with(operation, {}, {}).allocations}};
   }
-  EXPECT_GT(at, 1U) << "no such operation was made";
+  std::vector<FaultPlace> places;
+  if (op == Op::stream_read) {
+    for (const std::string& path : kStreamPaths) {
+      go_back(sim::Fault{op, path, kNever});
+      run_library(operation.call);
+      places.push_back({op, path, device().count(op)});
+    }
+  } else if (op == Op::block_erase || op == Op::page_program) {
+    run_library_with(operation, {});
+    for (std::uint32_t i = 0; i < device().partition_count(); ++i) {
+      places.push_back({op, device().partition(i).name(), device().partition(i).count(op)});
+    }
+  } else {
+    places = touched_places(run_library_with(operation, {}).run.calls);
+  }
+  places.erase(
+      std::remove_if(places.begin(), places.end(),
+                     [op](const FaultPlace& place) { return place.op != op || place.count == 0; }),
+      places.end());
+  return places;
 }
 
-std::vector<sim::Op> failing_operations() {
-  return {sim::Op::open,         sim::Op::close,           sim::Op::read,
-          sim::Op::write,        sim::Op::lseek,           sim::Op::memgetinfo,
-          sim::Op::memerase,     sim::Op::memerase64,      sim::Op::memgetbadblock,
-          sim::Op::protect_lift, sim::Op::protect_restore, sim::Op::fopen,
-          sim::Op::fclose,       sim::Op::stream_read,     sim::Op::stream_write,
-          sim::Op::access,       sim::Op::malloc,          sim::Op::block_erase,
-          sim::Op::page_program, sim::Op::store_set,       sim::Op::store_save};
+void FaultSweep::expect_struck(const Operation& operation, const sim::Fault& fault,
+                               const Check& check) {
+  SCOPED_TRACE(described(fault));
+  const Seen found = run_library_with(operation, fault);
+  EXPECT_TRUE(found.struck) << "nothing was struck";
+  if (check) {
+    check(found.run);
+  }
+  expect_equal(found, run_restated_with(operation, fault, found.run));
 }
 
-std::string sweep_name(const ::testing::TestParamInfo<std::tuple<sim::System, sim::Op>>& sweep) {
-  std::string name(1, sim::letter(std::get<0>(sweep.param)));
-  name += "Runs";
-  for (const char character : std::string(sim::op_name(std::get<1>(sweep.param)))) {
+void FaultSweep::sweep_places(const Operation& operation, const std::vector<FaultPlace>& places,
+                              const Faults& faults, const Check& check) {
+  for (const FaultPlace& place : places) {
+    for (sim::Fault fault : faults(place)) {
+      for (fault.at = 1; fault.at <= place.count && !HasFailure(); ++fault.at) {
+        expect_struck(operation, fault, check);
+      }
+    }
+  }
+}
+
+void FaultSweep::sweep(const Operation& operation, Op op, const Faults& faults,
+                       const Check& check) {
+  expect_same(operation);
+  const std::vector<FaultPlace> places = places_of(operation, op);
+  EXPECT_FALSE(places.empty()) << "no such request is made";
+  sweep_places(operation, places, faults, check);
+}
+
+std::size_t FaultSweep::sweep_all(const Operation& operation, const Faults& faults,
+                                  const Check& check) {
+  expect_same(operation);
+  std::size_t kinds = 0;
+  for (const Op op : failing_operations()) {
+    const std::vector<FaultPlace> places = places_of(operation, op);
+    kinds += places.empty() ? 0U : 1U;
+    sweep_places(operation, places, faults, check);
+  }
+  return kinds;
+}
+
+std::vector<Op> failing_operations(const std::vector<Op>& never_made) {
+  std::vector<Op> operations = {Op::open,         Op::close,           Op::read,
+                                Op::write,        Op::lseek,           Op::memgetinfo,
+                                Op::memerase,     Op::memerase64,      Op::memgetbadblock,
+                                Op::protect_lift, Op::protect_restore, Op::fopen,
+                                Op::fclose,       Op::stream_read,     Op::access,
+                                Op::stat,         Op::mkdir,           Op::malloc,
+                                Op::block_erase,  Op::page_program,    Op::store_set,
+                                Op::store_save};
+  operations.erase(
+      std::remove_if(
+          operations.begin(), operations.end(),
+          [&](Op op) { return std::count(never_made.begin(), never_made.end(), op) != 0; }),
+      operations.end());
+  return operations;
+}
+
+std::string op_test_name(Op op) {
+  std::string name;
+  for (const char character : std::string(sim::op_name(op))) {
     name += std::isalnum(static_cast<unsigned char>(character)) != 0 ? character : '_';
   }
   return name;
+}
+
+std::string sweep_name(const ::testing::TestParamInfo<std::tuple<sim::System, sim::Op>>& sweep) {
+  return std::string(1, sim::letter(std::get<0>(sweep.param))) + "Runs" +
+         op_test_name(std::get<1>(sweep.param));
 }

@@ -52,7 +52,7 @@ std::size_t LibraryRun::first(sim::Op op, const std::string& partition) const {
   return static_cast<std::size_t>(found - calls.begin());
 }
 
-LibraryRun run_library(const std::function<int()>& call) {
+LibraryRun run_library(const std::function<int()>& call, const sim::RecordOptions& options) {
   LibraryRun run;
   std::optional<FakeClock> still;
   if (!FakeClock::exists()) {
@@ -60,7 +60,7 @@ LibraryRun run_library(const std::function<int()>& call) {
   }
   const std::size_t sets = sim::store_sets().size();
   const std::uint64_t saves = sim::store_saves();
-  const sim::Recording recording;
+  const sim::Recording recording(options);
   run.log = support::logged([&] { run.result = call(); });
   run.calls = recording.calls();
   run.store.assign(sim::store_sets().begin() + static_cast<std::ptrdiff_t>(sets),

@@ -16,7 +16,7 @@
 struct LibraryRun {
   int result = 0;
   std::vector<support::LogLine> log;
-  std::vector<sim::Call> calls;                            // without bad-block queries
+  std::vector<sim::Call> calls;                            // bad-block queries on demand
   std::vector<std::pair<std::string, std::string>> store;  // name and value, as they were set
   std::uint64_t saves = 0;                                 // of the store
 
@@ -35,6 +35,6 @@ struct LibraryRun {
 };
 
 // The clock stands still in the call, unless a FakeClock exists: nothing takes a second.
-LibraryRun run_library(const std::function<int()>& call);
+LibraryRun run_library(const std::function<int()>& call, const sim::RecordOptions& options = {});
 
 #endif

@@ -1,0 +1,33 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// What can go wrong in a call, thing by thing: every request that it makes, with every error that
+// the kernel has for it.
+#ifndef TESTS_UNIT_FAULT_PLACES_H
+#define TESTS_UNIT_FAULT_PLACES_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "sim/attach.h"
+
+// Operations of one kind at one place of the device, and how many of them a call makes.
+struct FaultPlace {
+  sim::Op op = sim::Op::open;
+  std::string where;  // partition or path; of the store: empty
+  std::uint64_t count = 0;
+};
+
+// Every place that these calls of the library touch, but those of the log.
+std::vector<FaultPlace> touched_places(const std::vector<sim::Call>& calls);
+bool is_of_the_log(const sim::Call& call);
+
+// Everything that can happen to one operation at a place: each errno, and for transfers each kind
+// of short count. `at` is left open.
+std::vector<sim::Fault> faults_at(const FaultPlace& place);
+// The first of them, for places where the error's number is told and changes nothing else.
+std::vector<sim::Fault> one_fault_at(const FaultPlace& place);
+
+std::string described(const sim::Fault& fault);
+
+#endif
