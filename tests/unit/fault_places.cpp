@@ -126,9 +126,12 @@ std::vector<sim::Fault> faults_at(const FaultPlace& place) {
   return faults;
 }
 
-std::vector<sim::Fault> one_fault_at(const FaultPlace& place) {
+std::vector<sim::Fault> one_error_at(const FaultPlace& place) {
   std::vector<sim::Fault> faults = faults_at(place);
-  faults.resize(1);
+  const auto first_short = std::find_if(faults.begin(), faults.end(), [](const sim::Fault& fault) {
+    return fault.bytes.has_value();
+  });
+  faults.erase(faults.begin() + 1, first_short);
   return faults;
 }
 

@@ -25,8 +25,9 @@ bool is_of_the_log(const sim::Call& call);
 // Everything that can happen to one operation at a place: each errno, and for transfers each kind
 // of short count. `at` is left open.
 std::vector<sim::Fault> faults_at(const FaultPlace& place);
-// The first of them, for places where the error's number is told and changes nothing else.
-std::vector<sim::Fault> one_fault_at(const FaultPlace& place);
+// The same with one errno for all: enough where each has been tried on the other system, of which
+// nothing but the names differs.
+std::vector<sim::Fault> one_error_at(const FaultPlace& place);
 
 std::string described(const sim::Fault& fault);
 

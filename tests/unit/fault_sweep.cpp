@@ -272,6 +272,10 @@ std::size_t FaultSweep::sweep_all(const Operation& operation, const Faults& faul
   return kinds;
 }
 
+std::vector<sim::Fault> faults_for(sim::System running, const FaultPlace& place) {
+  return running == sim::System::a ? faults_at(place) : one_error_at(place);
+}
+
 std::vector<Op> failing_operations(const std::vector<Op>& never_made) {
   std::vector<Op> operations = {Op::open,         Op::close,           Op::read,
                                 Op::write,        Op::lseek,           Op::memgetinfo,

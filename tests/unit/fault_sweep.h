@@ -84,6 +84,9 @@ class FaultSweep : public UpgradeTest {
   std::function<void()> prepare_;
 };
 
+// Every errno while A runs, one while B does.
+std::vector<sim::Fault> faults_for(sim::System running, const FaultPlace& place);
+
 // Kinds of requests that may fail, but those that the operation makes none of.
 std::vector<sim::Op> failing_operations(const std::vector<sim::Op>& never_made = {});
 // A kind's name without what a test's name may not hold.

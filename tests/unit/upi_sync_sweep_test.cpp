@@ -48,7 +48,10 @@ class SyncSweepTest : public FaultSweep,
 };
 
 TEST_P(SyncSweepTest, TellsTheTruthAndCanBeRunAgain) {
-  sweep(kSync, std::get<1>(GetParam()), faults_at, [&](const LibraryRun& run) {
+  const auto faults = [](const FaultPlace& place) {
+    return faults_for(std::get<0>(GetParam()), place);
+  };
+  sweep(kSync, std::get<1>(GetParam()), faults, [&](const LibraryRun& run) {
     expect_truth(run);
     expect_only_the_target_touched();
     EXPECT_EQ(run_library(kSync.call).result, 0);

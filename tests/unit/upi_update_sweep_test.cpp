@@ -55,7 +55,10 @@ class UpdateSweepTest : public FaultSweep,
 };
 
 TEST_P(UpdateSweepTest, TellsTheTruthAndCanBeRunAgain) {
-  sweep(kUpgrade, std::get<1>(GetParam()), faults_at, [&](const LibraryRun& run) {
+  const auto faults = [](const FaultPlace& place) {
+    return faults_for(std::get<0>(GetParam()), place);
+  };
+  sweep(kUpgrade, std::get<1>(GetParam()), faults, [&](const LibraryRun& run) {
     expect_truth(run);
     expect_only_the_target_touched();
     EXPECT_EQ(run_library(kUpgrade.call).result, 0);
