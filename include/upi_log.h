@@ -12,15 +12,37 @@
 
 // Logs one line: "[seconds:microseconds][fota_upi] [function-line]: " and the message, which is a
 // printf format with its arguments and without the line feed. errno is left as it was.
-#define UPI_LOG(...) ::upi::log_line(__func__, __LINE__, __VA_ARGS__)
+#define UPI_LOG(...) UPI_LOG_AS(UPI_FUNCTION, __VA_ARGS__)
 
 // UPI_LOG for a body that several functions share: it speaks under its caller's name.
 #define UPI_LOG_AS(speaker, ...) ::upi::log_line((speaker), __LINE__, __VA_ARGS__)
+
+// UPI_LOG of a message that ends in errno and its text, as "%d[%s]": they are put behind it.
+#define UPI_LOG_ERRNO(...) UPI_LOG_ERRNO_AS(UPI_FUNCTION, __VA_ARGS__)
+#define UPI_LOG_ERRNO_AS(speaker, ...) ::upi::log_errno((speaker), __LINE__, __VA_ARGS__)
+
+// Logs several lines at once. Each ends in a line feed, all of them take less than 512 bytes: for
+// numbers, of which neither can be in doubt.
+#define UPI_LOG_LINES(...) UPI_LOG_LINES_AS(UPI_FUNCTION, __VA_ARGS__)
+#define UPI_LOG_LINES_AS(speaker, ...) ::upi::log_lines((speaker), __LINE__, __VA_ARGS__)
+
+// The lines that frame an operation: "FUNCTION func begin!" and "FUNCTION func end!".
+#define UPI_LOG_BEGIN() ::upi::log_begin(UPI_FUNCTION, __LINE__)
+#define UPI_LOG_END() ::upi::log_end(UPI_FUNCTION, __LINE__)
+
+// __func__ as a literal: the linker keeps equal ones once, also those of UPI_LOG_AS.
+#define UPI_FUNCTION __builtin_FUNCTION()
 
 namespace upi {
 
 void log_line(const char* function, int line, const char* format, ...)
     __attribute__((format(printf, 3, 4)));
+void log_errno(const char* function, int line, const char* format, ...)
+    __attribute__((format(printf, 3, 4)));
+void log_lines(const char* function, int line, const char* format, ...)
+    __attribute__((format(printf, 3, 4)));
+void log_begin(const char* function, int line);
+void log_end(const char* function, int line);
 
 }  // namespace upi
 

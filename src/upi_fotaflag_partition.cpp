@@ -35,9 +35,9 @@ void say_not_found(const char* speaker, FlagsUser user) {
 
 void say_no_geometry(const char* speaker, FlagsUser user) {
   if (user == FlagsUser::kReader) {
-    UPI_LOG_AS(speaker, "get flash info error: %d[%s]", errno, strerror(errno));
+    UPI_LOG_ERRNO_AS(speaker, "get flash info error: ");
   } else {
-    UPI_LOG_AS(speaker, "Get flash info error: %d[%s]", errno, strerror(errno));
+    UPI_LOG_ERRNO_AS(speaker, "Get flash info error: ");
   }
 }
 
@@ -50,7 +50,7 @@ int open_flags(const char* speaker, FlagsUser user, mtd_info_user* geometry) {
   }
   upi::OwnedFd fd(open(path, kMtdOpenFlags));
   if (!fd.valid()) {
-    UPI_LOG_AS(speaker, "Open flash error: %d[%s]", errno, strerror(errno));
+    UPI_LOG_ERRNO_AS(speaker, "Open flash error: ");
     return -1;
   }
   *geometry = {};
@@ -79,7 +79,7 @@ bool seek_to(int fd, uint32_t offset) {
 bool read_copy(int fd, uint32_t offset, T_FOTA_FLAG_INFO* copy) {
   constexpr auto kNeeded = static_cast<ssize_t>(sizeof(*copy));
   if (!seek_to(fd, offset)) {
-    UPI_LOG_AS("upi_get_boot_flags_content", "Lseek error: %d[%s]", errno, strerror(errno));
+    UPI_LOG_ERRNO_AS("upi_get_boot_flags_content", "Lseek error: ");
     return false;
   }
   const ssize_t got = read(fd, copy, sizeof(*copy));
@@ -265,7 +265,7 @@ T_FOTA_FLAG_INFO initial_record() {
 int upi_get_boot_flags_content(T_FOTA_FLAG_INFO* main, int* p_main_index, T_FOTA_FLAG_INFO* backup,
                                int* p_backup_index) {
   mtd_info_user geometry;
-  const upi::OwnedFd fd(open_flags(__func__, FlagsUser::kReader, &geometry));
+  const upi::OwnedFd fd(open_flags(UPI_FUNCTION, FlagsUser::kReader, &geometry));
   if (!fd.valid()) {
     return -1;
   }
@@ -274,7 +274,7 @@ int upi_get_boot_flags_content(T_FOTA_FLAG_INFO* main, int* p_main_index, T_FOTA
   for (int i = 0; i < blocks && found < 2; ++i) {
     const uint32_t offset = static_cast<uint32_t>(i) * geometry.erasesize;
     if (is_bad_block(fd.get(), offset)) {
-      UPI_LOG("Fotaflag block [%d] is bad, errno no:%d[%s]", i, errno, strerror(errno));
+      UPI_LOG_ERRNO("Fotaflag block [%d] is bad, errno no:", i);
       continue;
     }
     if (!read_copy(fd.get(), offset, found == 0 ? main : backup)) {
@@ -306,7 +306,7 @@ int get_info_from_img_boot_flag(T_FOTA_FLAG_INFO* p_flag_info) {
 
 int upi_get_system_info(T_FOTA_FLAG_INFO* p_system_info) {
   T_FOTA_FLAG_INFO copy = {};
-  if (!read_valid_copy(__func__, &copy)) {
+  if (!read_valid_copy(UPI_FUNCTION, &copy)) {
     return -1;
   }
   copy_fields(p_system_info, copy);
@@ -315,12 +315,12 @@ int upi_get_system_info(T_FOTA_FLAG_INFO* p_system_info) {
 
 int upi_get_system_boot_to(void) {
   T_FOTA_FLAG_INFO copy = {};
-  return read_valid_copy(__func__, &copy) ? static_cast<int>(copy.boot_flag.boot_to) : -1;
+  return read_valid_copy(UPI_FUNCTION, &copy) ? static_cast<int>(copy.boot_flag.boot_to) : -1;
 }
 
 int upi_get_system_fota_status(void) {
   T_FOTA_FLAG_INFO copy = {};
-  return read_valid_copy(__func__, &copy) ? static_cast<int>(copy.boot_flag.fota_status) : -1;
+  return read_valid_copy(UPI_FUNCTION, &copy) ? static_cast<int>(copy.boot_flag.fota_status) : -1;
 }
 
 int upi_get_boot_flag(T_BOOT_FOTA_FLAG* p_boot_flag) {
@@ -329,7 +329,7 @@ int upi_get_boot_flag(T_BOOT_FOTA_FLAG* p_boot_flag) {
     return -1;
   }
   T_FOTA_FLAG_INFO copy = {};
-  if (!read_valid_copy(__func__, &copy)) {
+  if (!read_valid_copy(UPI_FUNCTION, &copy)) {
     return -1;
   }
   *p_boot_flag = copy.boot_flag;
@@ -342,7 +342,7 @@ int upi_write_fota_flag_img_content(partition_mtd_info_t* p_mtd_info, int index,
   const uint32_t block_size = p_mtd_info->mtd_blocksize;
   const uint32_t offset = static_cast<uint32_t>(index) * block_size;
   if (ioctl(fd, kLiftWriteProtection, 0) != 0) {
-    UPI_LOG("Failed to enable mtd writeable!  error:%d[%s]", errno, strerror(errno));
+    UPI_LOG_ERRNO("Failed to enable mtd writeable!  error:");
     return kBlockFailed;
   }
   if (is_bad_block(fd, offset)) {
@@ -362,23 +362,23 @@ int upi_write_fota_flag_img_content(partition_mtd_info_t* p_mtd_info, int index,
     return kBlockIsBad;
   }
   if (!seek_to(fd, offset)) {
-    UPI_LOG("Lseek error: %d[%s]", errno, strerror(errno));
+    UPI_LOG_ERRNO("Lseek error: ");
     return kBlockFailed;
   }
   if (write(fd, content, block_size) != static_cast<ssize_t>(block_size)) {
-    UPI_LOG("Write flash error: %d[%s]", errno, strerror(errno));
+    UPI_LOG_ERRNO("Write flash error: ");
     return kBlockFailed;
   }
   if (ioctl(fd, kRestoreWriteProtection, 0) != 0) {
-    UPI_LOG("Failed to disable mtd writeable!  error:%d[%s]", errno, strerror(errno));
+    UPI_LOG_ERRNO("Failed to disable mtd writeable!  error:");
   }
   return 0;
 }
 
 int upi_set_boot_flags_content(T_FOTA_FLAG_INFO* info, int* p_main_index, int* p_backup_index) {
-  UPI_LOG("%s func begin!", __func__);
+  UPI_LOG_BEGIN();
   {
-    FlagsWriter flags(__func__, *info);
+    FlagsWriter flags(UPI_FUNCTION, *info);
     if (!flags.ready()) {
       return -1;
     }
@@ -388,7 +388,7 @@ int upi_set_boot_flags_content(T_FOTA_FLAG_INFO* info, int* p_main_index, int* p
     UPI_LOG("begin to write backup fotaflag");
     *p_backup_index = write_backup(&flags, *p_backup_index, *p_main_index);
   }
-  UPI_LOG("%s func end!", __func__);
+  UPI_LOG_END();
   return *p_main_index == -1 && *p_backup_index == -1 ? -1 : 0;
 }
 
@@ -398,7 +398,7 @@ int upi_set_system_boot_to(int boot_to, int boot_to_status) {
     return -1;
   }
   Copies copies;
-  T_FOTA_FLAG_INFO* record = read_for_change(__func__, &copies, "Get boot flags content fail");
+  T_FOTA_FLAG_INFO* record = read_for_change(UPI_FUNCTION, &copies, "Get boot flags content fail");
   if (record == nullptr) {
     return -1;
   }
@@ -412,7 +412,7 @@ int upi_set_system_boot_to(int boot_to, int boot_to_status) {
   if (is_system_status(boot_to_status)) {
     system_entry(record, boot_to)->status = boot_to_status;
   }
-  return write_change(__func__, &copies, record, "Set system boot to success");
+  return write_change(UPI_FUNCTION, &copies, record, "Set system boot to success");
 }
 
 int upi_set_system_fota_stauts(int status) {
@@ -421,7 +421,7 @@ int upi_set_system_fota_stauts(int status) {
     return -1;
   }
   Copies copies;
-  T_FOTA_FLAG_INFO* record = read_for_change(__func__, &copies, "Get boot flags content fail");
+  T_FOTA_FLAG_INFO* record = read_for_change(UPI_FUNCTION, &copies, "Get boot flags content fail");
   if (record == nullptr) {
     return -1;
   }
@@ -433,7 +433,7 @@ int upi_set_system_fota_stauts(int status) {
     return 0;
   }
   record->boot_flag.fota_status = wanted;
-  return write_change(__func__, &copies, record, "Set system boot to success");
+  return write_change(UPI_FUNCTION, &copies, record, "Set system boot to success");
 }
 
 int upi_set_system_status(int system, int status) {
@@ -447,7 +447,7 @@ int upi_set_system_status(int system, int status) {
     return -1;
   }
   Copies copies;
-  T_FOTA_FLAG_INFO* record = read_for_change(__func__, &copies, "get boot flags content fail~");
+  T_FOTA_FLAG_INFO* record = read_for_change(UPI_FUNCTION, &copies, "get boot flags content fail~");
   if (record == nullptr) {
     return -1;
   }
@@ -462,14 +462,14 @@ int upi_set_system_status(int system, int status) {
   }
   UPI_LOG("Current status:system1:%d system2:%d", record->boot_flag.system.status,
           record->boot_flag.system2.status);
-  return write_change(__func__, &copies, record, "Set system status success");
+  return write_change(UPI_FUNCTION, &copies, record, "Set system status success");
 }
 
 int init_fotaflag_partition(void) {
-  UPI_LOG("%s func begin!", __func__);
+  UPI_LOG_BEGIN();
   int copies = 0;
   {
-    FlagsWriter flags(__func__, initial_record());
+    FlagsWriter flags(UPI_FUNCTION, initial_record());
     if (!flags.ready()) {
       return -1;
     }
@@ -480,7 +480,7 @@ int init_fotaflag_partition(void) {
       }
     }
   }
-  UPI_LOG("%s func end!", __func__);
+  UPI_LOG_END();
   if (copies < kCopiesNeeded) {
     UPI_LOG("Init system status fail, alread write block :%d", copies);
     return -1;

@@ -70,8 +70,7 @@ int get_hash_SHA512_from_fd(int fd, unsigned int offset, unsigned int len,
   SHA512_Init(&context);
   const off_t position = lseek(fd, static_cast<off_t>(offset), SEEK_SET);
   if (position < 0) {
-    UPI_LOG("Lseek failed with return value: %d, error:%d[%s]", static_cast<int>(position), errno,
-            strerror(errno));
+    UPI_LOG_ERRNO("Lseek failed with return value: %d, error:", static_cast<int>(position));
     return -1;
   }
   if (!hash_range(&context, fd, len, file_chunk(read_size_per_time))) {
@@ -90,12 +89,12 @@ int get_hash_from_file_path_segment(int hash_type, const char* file_path, unsign
                                     unsigned int len, unsigned char* digest) {
   const int fd = open(file_path, O_RDONLY);
   if (fd < 0) {
-    UPI_LOG("Open file[%s] return %d, error: %d[%s]", file_path, fd, errno, strerror(errno));
+    UPI_LOG_ERRNO("Open file[%s] return %d, error: ", file_path, fd);
     return -1;
   }
   const int result = get_hash_from_fd(hash_type, fd, offset, len, 0, digest);
   if (close(fd) != 0) {
-    UPI_LOG("Close file[%s] return %d, error: %d[%s]", file_path, result, errno, strerror(errno));
+    UPI_LOG_ERRNO("Close file[%s] return %d, error: ", file_path, result);
   }
   return result;
 }
@@ -105,7 +104,7 @@ int get_hash_from_file_path_all(int hash_type, const char* file_path, unsigned c
 }
 
 int check_image_hash(partition_mtd_info_t* mtd_info, int len, char* digest) {
-  UPI_LOG("%s func begin!", __func__);
+  UPI_LOG_BEGIN();
   SHA512_CTX context;
   SHA512_Init(&context);
   if (!hash_image(&context, mtd_info, len > 0 ? static_cast<uint32_t>(len) : 0)) {
@@ -114,6 +113,6 @@ int check_image_hash(partition_mtd_info_t* mtd_info, int len, char* digest) {
   unsigned char computed[SHA512_DIGEST_LENGTH];
   SHA512_Final(computed, &context);
   const int difference = hash_compare(digest, reinterpret_cast<char*>(computed), HASH_SHA512);
-  UPI_LOG("%s func end!", __func__);
+  UPI_LOG_END();
   return difference == 0 ? 0 : -1;
 }

@@ -12,8 +12,8 @@
 namespace {
 
 __attribute__((cold, noinline)) void say_bad_address(int fd, int offset) {
-  UPI_LOG_AS("checkGoodAddress", "Partition file description:%d, BAD address [%d], errno no:%d[%s]",
-             fd, offset, errno, strerror(errno));
+  UPI_LOG_ERRNO_AS("checkGoodAddress",
+                   "Partition file description:%d, BAD address [%d], errno no:", fd, offset);
 }
 
 // checkGoodAddress(), small enough to stand in the loop that asks it for every block.
@@ -67,7 +67,7 @@ unsigned long translateToGoodAddress(partition_mtd_info_t* mtd_info, unsigned lo
 
 int VEMK_ReadImage(partition_mtd_info_t* mtd_info, unsigned char* buffer, int start_address,
                    int size) {
-  return upi::read_logical(__func__, mtd_info, buffer, start_address, size) == 0 ? 0 : -1;
+  return upi::read_logical(UPI_FUNCTION, mtd_info, buffer, start_address, size) == 0 ? 0 : -1;
 }
 
 int VEMK_WriteBlock(partition_mtd_info_t* mtd_info, int start_address, unsigned char* buffer) {
@@ -86,17 +86,17 @@ int VEMK_WriteBlock(partition_mtd_info_t* mtd_info, int start_address, unsigned 
   }
   erase_info_user range = {address, block_size};
   if (ioctl(fd, MEMERASE, &range) < 0) {
-    UPI_LOG("Ioctl [MEMERASE] error, error: %d[%s]", errno, strerror(errno));
+    UPI_LOG_ERRNO("Ioctl [MEMERASE] error, error: ");
     return -1;
   }
   if (lseek(fd, static_cast<off_t>(address), SEEK_SET) < 0) {
-    UPI_LOG("Lseek error, error: %d[%s]", errno, strerror(errno));
+    UPI_LOG_ERRNO("Lseek error, error: ");
     return -1;
   }
   const ssize_t written = write(fd, buffer, block_size);
   if (written != static_cast<ssize_t>(block_size)) {
-    UPI_LOG("Write flash error, write len[%d] != blocksize[%d], error: %d[%s]",
-            static_cast<int>(written), static_cast<int>(block_size), errno, strerror(errno));
+    UPI_LOG_ERRNO("Write flash error, write len[%d] != blocksize[%d], error: ",
+                  static_cast<int>(written), static_cast<int>(block_size));
     return -1;
   }
   return 0;
@@ -121,7 +121,7 @@ int read_logical(const char* speaker, partition_mtd_info_t* mtd_info, unsigned c
     return kOutOfImage;
   }
   if (lseek(mtd_info->parti_file_desc, static_cast<off_t>(address), SEEK_SET) < 0) {
-    UPI_LOG_AS(speaker, "Lseek error, error:%d[%s]", errno, strerror(errno));
+    UPI_LOG_ERRNO_AS(speaker, "Lseek error, error:");
     return -1;
   }
   const ssize_t got = read(mtd_info->parti_file_desc, buffer, static_cast<size_t>(size));

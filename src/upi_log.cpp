@@ -37,33 +37,26 @@ char* put_text(char* at, const char* text, size_t size) {
 }
 
 // Writes a number in decimal, padded with zeros to `width` digits.
-char* put_number(char* at, uint32_t number, int width) {
-  int digits = 1;
-  for (uint64_t bound = 10; number >= bound; bound *= 10) {
-    ++digits;
-  }
-  if (digits < width) {
-    digits = width;
-  }
-  for (int i = digits - 1; i >= 0; --i) {
-    at[i] = static_cast<char>('0' + number % 10);
+char* put_number(char* at, unsigned long number, int width) {
+  char digits[20];
+  int count = 0;
+  do {
+    digits[count++] = static_cast<char>('0' + number % 10);
     number /= 10;
+  } while (number != 0 || count < width);
+  while (count > 0) {
+    *at++ = digits[--count];
   }
-  return at + digits;
+  return at;
 }
 
-char* put_seconds(char* at, int64_t seconds) {
-  constexpr uint64_t kNineDigits = 1000000000;
-  auto rest = static_cast<uint64_t>(seconds);
-  if (seconds < 0) {
+char* put_signed(char* at, long number) {
+  auto size = static_cast<unsigned long>(number);
+  if (number < 0) {
     *at++ = '-';
-    rest = 0 - rest;
+    size = 0 - size;
   }
-  if (rest <= UINT32_MAX) {
-    return put_number(at, static_cast<uint32_t>(rest), 1);
-  }
-  at = put_seconds(at, static_cast<int64_t>(rest / kNineDigits));
-  return put_number(at, static_cast<uint32_t>(rest % kNineDigits), 9);
+  return put_number(at, size, 1);
 }
 
 bool open_stream(const char* filename) {
@@ -128,45 +121,69 @@ void append_entry(const char* entry, size_t size) {
 }
 
 // One diagnostic on its way to its two destinations. The text behind the time is the same for
-// both and is made once; each destination has a time of its own, put right before it.
+// both and is made once; each destination has a time of its own, put right before it. The line is
+// complete, and logged, when its scope ends; errno is then what it was.
 class Line {
  public:
   Line(const char* function, int line) {
     char* at = put_text(text_ + kTimeRoom, kSource, sizeof(kSource) - 1);
     at = put_text(at, function, strnlen(function, kNameLimit));
     *at++ = '-';
-    at = put_number(at, static_cast<uint32_t>(line), 1);
+    at = put_signed(at, line);
     end_ = put_text(at, "]: ", 3);
   }
+  ~Line() {
+    *end_++ = '\n';
+    if (on_console_) {
+      putchar('\n');
+    } else {
+      to_console();
+    }
+    to_file();
+    errno = errno_;
+  }
+  Line(const Line&) = delete;
+  Line& operator=(const Line&) = delete;
 
-  __attribute__((format(printf, 2, 0))) void to_console(const char* format, va_list arguments) {
+  void add(char character) { *end_++ = character; }
+
+  __attribute__((format(printf, 2, 0))) void add(const char* format, va_list arguments) {
     va_list again;
     va_copy(again, arguments);
-    const auto room = static_cast<size_t>(text_ + sizeof(text_) - kTrailerSize - end_) - 1;
+    const auto room = static_cast<size_t>(text_ + sizeof(text_) - kEndRoom - end_);
     const int length = vsnprintf(end_, room, format, arguments);
     if (length >= 0 && static_cast<size_t>(length) < room) {
       end_ += length;
-      *end_++ = '\n';
-      const char* start = put_time();
-      fwrite(start, 1, static_cast<size_t>(end_ - start), stdout);
     } else {
-      long_to_console(format, again);
+      // What fits is still more than the file gets.
+      to_console();
+      vprintf(format, again);
+      on_console_ = true;
+      end_ += strlen(end_);
     }
     va_end(again);
   }
 
-  void to_file() {
-    char* start = put_time();
-    const auto size = static_cast<size_t>(end_ - start);
-    const char* end =
-        put_text(start + (size < kFileLineLimit ? size : kFileLineLimit), kTrailer, kTrailerSize);
-    append_entry(start, static_cast<size_t>(end - start));
+  // Adds errno, as it was before the line, and its text.
+  void add_errno() {
+    const char* text = strerror(errno_);
+    char* at = put_signed(end_, errno_);
+    *at++ = '[';
+    at = put_text(at, text, strnlen(text, kErrnoLimit));
+    *at++ = ']';
+    if (on_console_) {
+      fwrite(end_, 1, static_cast<size_t>(at - end_), stdout);
+    }
+    end_ = at;
   }
 
  private:
   static constexpr char kSource[] = "][fota_upi] [";
   static constexpr size_t kNameLimit = 128;
+  static constexpr size_t kErrnoLimit = 256;
   static constexpr size_t kTimeRoom = 64;
+  // For what may follow the message: errno, the line feed and the trailer.
+  static constexpr size_t kEndRoom = kErrnoLimit + 32;
 
   // Puts the present time before the text; returns where the line begins.
   char* put_time() {
@@ -178,18 +195,24 @@ class Line {
     return start;
   }
 
-  // A line that outgrows the buffer. What fits is still more than the file gets.
-  __attribute__((format(printf, 2, 0))) void long_to_console(const char* format,
-                                                             va_list arguments) {
+  void to_console() {
     const char* start = put_time();
     fwrite(start, 1, static_cast<size_t>(end_ - start), stdout);
-    vprintf(format, arguments);
-    putchar('\n');
-    end_ += strlen(end_);
   }
 
-  char text_[1344];
+  void to_file() {
+    char* start = put_time();
+    const auto size = static_cast<size_t>(end_ - start);
+    const char* end =
+        put_text(start + (size < kFileLineLimit ? size : kFileLineLimit), kTrailer, kTrailerSize);
+    append_entry(start, static_cast<size_t>(end - start));
+  }
+
+  const int errno_ = errno;
+  // A message that outgrows the buffer goes to the console as it is made.
+  bool on_console_ = false;
   char* end_;
+  char text_[1600];
 };
 
 }  // namespace
@@ -197,14 +220,43 @@ class Line {
 namespace upi {
 
 void log_line(const char* function, int line, const char* format, ...) {
-  const int saved_errno = errno;
   Line entry(function, line);
   va_list arguments;
   va_start(arguments, format);
-  entry.to_console(format, arguments);
+  entry.add(format, arguments);
   va_end(arguments);
-  entry.to_file();
-  errno = saved_errno;
+}
+
+void log_errno(const char* function, int line, const char* format, ...) {
+  Line entry(function, line);
+  va_list arguments;
+  va_start(arguments, format);
+  entry.add(format, arguments);
+  va_end(arguments);
+  entry.add_errno();
+}
+
+void log_lines(const char* function, int line, const char* format, ...) {
+  char text[512];
+  va_list arguments;
+  va_start(arguments, format);
+  vsnprintf(text, sizeof(text), format, arguments);
+  va_end(arguments);
+  const char* at = text;
+  while (*at != '\0') {
+    Line entry(function, line);
+    while (*at != '\0' && *at++ != '\n') {
+      entry.add(at[-1]);
+    }
+  }
+}
+
+void log_begin(const char* function, int line) {
+  log_line(function, line, "%s func begin!", function);
+}
+
+void log_end(const char* function, int line) {
+  log_line(function, line, "%s func end!", function);
 }
 
 }  // namespace upi
@@ -214,9 +266,9 @@ char* upi_get_time_us(void) {
   memset(text, 0, sizeof(text));
   timeval now = {};
   gettimeofday(&now, nullptr);
-  char* at = put_seconds(text, now.tv_sec);
+  char* at = put_signed(text, static_cast<long>(now.tv_sec));
   *at++ = ':';
-  put_number(at, static_cast<uint32_t>(now.tv_usec), 6);
+  put_number(at, static_cast<unsigned long>(now.tv_usec), 6);
   return text;
 }
 

@@ -89,7 +89,7 @@ void log_geometry(const char* speaker, const partition_mtd_info_t& info) {
 int open_node(const char* speaker, const char* path) {
   const int fd = open(path, kMtdOpenFlags);
   if (fd < 0) {
-    UPI_LOG_AS(speaker, "Open flash error:%d[%s]", errno, strerror(errno));
+    UPI_LOG_ERRNO_AS(speaker, "Open flash error:");
   }
   return fd;
 }
@@ -98,7 +98,7 @@ int open_node(const char* speaker, const char* path) {
 bool read_geometry(const char* speaker, partition_mtd_info_t* mtd_info) {
   mtd_info_user reply = {};
   if (ioctl(mtd_info->parti_file_desc, MEMGETINFO, &reply) != 0) {
-    UPI_LOG_AS(speaker, "Get flash info error:%d[%s]", errno, strerror(errno));
+    UPI_LOG_ERRNO_AS(speaker, "Get flash info error:");
     return false;
   }
   upi::fill_geometry(mtd_info, reply);
@@ -115,15 +115,15 @@ void erase_one_block(const char* speaker, int fd, uint64_t start, uint32_t size)
   }
   erase_info_user64 range = {start, size};
   if (ioctl(fd, MEMERASE64, &range) < 0) {
-    UPI_LOG_AS(speaker, "Mtd, erasing failure at 0x%llx, error:%d[%s]",
-               static_cast<unsigned long long>(start), errno, strerror(errno));
+    UPI_LOG_ERRNO_AS(
+        speaker, "Mtd, erasing failure at 0x%llx, error:", static_cast<unsigned long long>(start));
   }
 }
 
 int erase_open_partition(const char* speaker, int fd, const char* shown_name) {
   mtd_info_user reply = {};
   if (ioctl(fd, MEMGETINFO, &reply) != 0) {
-    UPI_LOG_AS(speaker, "Get partition [%s] info error:%d[%s]", shown_name, errno, strerror(errno));
+    UPI_LOG_ERRNO_AS(speaker, "Get partition [%s] info error:", shown_name);
     return -1;
   }
   if (reply.erasesize == 0) {
@@ -187,14 +187,12 @@ bool erase_good_blocks(const char* speaker, const char* mtd_name, const char* sh
   }
   const int fd = open(path, kMtdOpenFlags);
   if (fd < 0) {
-    UPI_LOG_AS(speaker, "Open partition [%s] error, error:%d[%s]", shown_name, errno,
-               strerror(errno));
+    UPI_LOG_ERRNO_AS(speaker, "Open partition [%s] error, error:", shown_name);
     return false;
   }
   *result = erase_open_partition(speaker, fd, shown_name);
   if (close(fd) != 0) {
-    UPI_LOG_AS(speaker, "Close partition [%s] fd fail, error:%d[%s]", shown_name, errno,
-               strerror(errno));
+    UPI_LOG_ERRNO_AS(speaker, "Close partition [%s] fd fail, error:", shown_name);
   }
   return true;
 }
@@ -209,7 +207,7 @@ int mtd_find(const char* i_parti_name, char* o_mtd_path, device_type_t device_ty
   }
   FILE* table = fopen(kMtdTablePath, "r");
   if (table == nullptr) {
-    UPI_LOG("open file /proc/mtd error:%d[%s]", errno, strerror(errno));
+    UPI_LOG_ERRNO("open file /proc/mtd error:");
     return -1;
   }
   UPI_LOG("partition name:%s, type:%d", i_parti_name, device_type);
@@ -218,17 +216,17 @@ int mtd_find(const char* i_parti_name, char* o_mtd_path, device_type_t device_ty
   if (find_mtd_entry(table, i_parti_name, &entry)) {
     result = put_node_path(entry, o_mtd_path, device_type, o_mtd_path_len);
   } else {
-    UPI_LOG("Get info from mtd error:%d[%s]", errno, strerror(errno));
+    UPI_LOG_ERRNO("Get info from mtd error:");
   }
   fclose(table);
   return result;
 }
 
 int is_partition_exist(int target, char* i_parti_name) {
-  UPI_LOG("%s func begin!", __func__);
+  UPI_LOG_BEGIN();
   FILE* table = fopen(kMtdTablePath, "r");
   if (table == nullptr) {
-    UPI_LOG("Fopen file error:%d[%s]", errno, strerror(errno));
+    UPI_LOG_ERRNO("Fopen file error:");
     return -1;
   }
   char mtd_name[kMtdNameSize];
@@ -238,13 +236,13 @@ int is_partition_exist(int target, char* i_parti_name) {
   if (found) {
     UPI_LOG("Mtd :[%s] exist, size:%d", mtd_name, static_cast<int>(entry.size));
   } else {
-    UPI_LOG("Get info from mtd error:%d[%s]", errno, strerror(errno));
+    UPI_LOG_ERRNO("Get info from mtd error:");
   }
   fclose(table);
   if (!found) {
     return -1;
   }
-  UPI_LOG("%s func end!", __func__);
+  UPI_LOG_END();
   return 0;
 }
 
@@ -264,14 +262,14 @@ int get_partition_mtd_info(const char* partition_name, int partition_type,
     UPI_LOG("Partition [%s] not found!", partition_name);
     return -1;
   }
-  const int fd = open_node(__func__, path);
+  const int fd = open_node(UPI_FUNCTION, path);
   if (fd < 0) {
     return -1;
   }
   mtd_info->parti_file_desc = fd;
   if (partition_type != DEVICE_MTD) {
     UPI_LOG("Partition [%s] type:%d, could not update!", partition_name, partition_type);
-  } else if (read_geometry(__func__, mtd_info)) {
+  } else if (read_geometry(UPI_FUNCTION, mtd_info)) {
     return 0;
   }
   if (close(fd) != 0) {
@@ -297,22 +295,22 @@ int get_partition_update_info(int /*target*/, const char* partition_name,
     UPI_LOG("partition name is not find");
     return -1;
   }
-  const int fd = open_node(__func__, path);
+  const int fd = open_node(UPI_FUNCTION, path);
   if (fd < 0) {
     return -1;
   }
   device_data->mtd_info.parti_file_desc = fd;
-  if (partition_type != DEVICE_MTD || read_geometry(__func__, &device_data->mtd_info)) {
+  if (partition_type != DEVICE_MTD || read_geometry(UPI_FUNCTION, &device_data->mtd_info)) {
     return 0;
   }
   if (close(fd) != 0) {
-    UPI_LOG("Close file error, error:%d[%s]", errno, strerror(errno));
+    UPI_LOG_ERRNO("Close file error, error:");
   }
   return -1;
 }
 
 int read_mtd_partition_data(partition_mtd_info_t* mtd_info, int offset, int len, char* read_data) {
-  UPI_LOG("%s func begin!", __func__);
+  UPI_LOG_BEGIN();
   UPI_LOG("Read mtd partition data, total read len:%d, offset:%d", len, offset);
   auto* data = reinterpret_cast<unsigned char*>(read_data);
   const uint32_t total = len > 0 ? static_cast<uint32_t>(len) : 0;
@@ -325,13 +323,13 @@ int read_mtd_partition_data(partition_mtd_info_t* mtd_info, int offset, int len,
     }
     done += chunk;
   }
-  UPI_LOG("%s func end!", __func__);
+  UPI_LOG_END();
   return static_cast<int>(done);
 }
 
 int write_mtd_partition_data(partition_mtd_info_t* mtd_info, int offset, int len,
                              unsigned char* write_data) {
-  UPI_LOG("%s func begin!", __func__);
+  UPI_LOG_BEGIN();
   UPI_LOG("Mtd fd:%d", mtd_info->parti_file_desc);
   const uint32_t total = len > 0 ? static_cast<uint32_t>(len) : 0;
   uint32_t done = 0;
@@ -346,12 +344,12 @@ int write_mtd_partition_data(partition_mtd_info_t* mtd_info, int offset, int len
     }
     done += chunk;
   }
-  UPI_LOG("%s func end!", __func__);
+  UPI_LOG_END();
   return 0;
 }
 
 int mtd_erase_partition(int target, const char* partition_name) {
-  UPI_LOG("%s func begin!", __func__);
+  UPI_LOG_BEGIN();
   if (partition_name == nullptr) {
     return -1;
   }
@@ -359,9 +357,9 @@ int mtd_erase_partition(int target, const char* partition_name) {
   upi::form_mtd_name(mtd_name, upi::kMtdNameLimit, partition_name, target == kSystemB);
   UPI_LOG("partition name:%s, real name:%s", partition_name, mtd_name);
   int result = -1;
-  if (!upi::erase_good_blocks(__func__, mtd_name, partition_name, &result)) {
+  if (!upi::erase_good_blocks(UPI_FUNCTION, mtd_name, partition_name, &result)) {
     return -1;
   }
-  UPI_LOG("%s func end!", __func__);
+  UPI_LOG_END();
   return result;
 }

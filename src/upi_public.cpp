@@ -112,7 +112,7 @@ int upi_readn(int fd, void* buf, unsigned int count) {
       continue;
     }
     if (got < 0) {
-      UPI_LOG("Read data from file error, error: %d[%s]", errno, strerror(errno));
+      UPI_LOG_ERRNO("Read data from file error, error: ");
       return -1;
     }
     if (got == 0) {
@@ -216,7 +216,7 @@ int system_in_line(char* line) {
 }  // namespace
 
 int upi_get_current_system(void) {
-  UPI_LOG("%s func begin!", __func__);
+  UPI_LOG_BEGIN();
   FILE* file = fopen(kCommandLinePath, "r");
   if (file == nullptr) {
     UPI_LOG("Open file %s error, error:%s", kCommandLinePath, strerror(errno));
@@ -233,7 +233,7 @@ int upi_get_current_system(void) {
     system = system_in_line(line);
   }
   fclose(file);
-  UPI_LOG("%s func end!", __func__);
+  UPI_LOG_END();
   return system;
 }
 

@@ -144,7 +144,7 @@ bool hash_content(OpenPartition* partition, WalkBuffers* buffers, SHA512_CTX* co
 // --- Comparison ---
 
 int read_image(partition_mtd_info_t* mtd_info, unsigned char* buffer, int start_address, int size) {
-  return upi::read_logical(__func__, mtd_info, buffer, start_address, size);
+  return upi::read_logical(UPI_FUNCTION, mtd_info, buffer, start_address, size);
 }
 
 int partition_hash(char* partition, int partition_type, unsigned char* hash) {
@@ -160,7 +160,7 @@ int partition_hash(char* partition, int partition_type, unsigned char* hash) {
   SHA512_CTX context;
   SHA512_Init(&context);
   WalkBuffers buffers(open.block_size(), open.block_size());
-  if (!buffers.ready(__func__) || !hash_content(&open, &buffers, &context)) {
+  if (!buffers.ready(UPI_FUNCTION) || !hash_content(&open, &buffers, &context)) {
     return -1;
   }
   SHA512_Final(hash, &context);
@@ -208,12 +208,12 @@ int partition_hash_cmp(char* dst_partition, char* src_partition, int partition_t
 
 static int erase_partition(char* partition_name) {
   UPI_LOG("%s", kEraseFrame);
-  UPI_LOG("%s func begin!", __func__);
+  UPI_LOG_BEGIN();
   int result = -1;
-  if (!upi::erase_good_blocks(__func__, partition_name, partition_name, &result)) {
+  if (!upi::erase_good_blocks(UPI_FUNCTION, partition_name, partition_name, &result)) {
     return -1;
   }
-  UPI_LOG("%s func end!", __func__);
+  UPI_LOG_END();
   UPI_LOG("%s", kEraseFrame);
   return result;
 }
@@ -266,8 +266,7 @@ bool open_pair(OpenPartition* dst, OpenPartition* src, const char* dst_name, con
     return false;
   }
   if (ioctl(dst->fd(), kLiftWriteProtection, 0) != 0) {
-    UPI_LOG_AS("sync_partition", "Failed to enable dst mtd writeable!  error:%d[%s]", errno,
-               strerror(errno));
+    UPI_LOG_ERRNO_AS("sync_partition", "Failed to enable dst mtd writeable!  error:");
     return false;
   }
   return true;
@@ -298,7 +297,7 @@ static int sync_partition(char* dst_partition, char* src_partition, int partitio
     return -1;
   }
   if (ioctl(dst.fd(), kRestoreWriteProtection, 0) != 0) {
-    UPI_LOG("Failed to disable dst mtd writeable!  error:%d[%s]", errno, strerror(errno));
+    UPI_LOG_ERRNO("Failed to disable dst mtd writeable!  error:");
     return -1;
   }
   return 0;

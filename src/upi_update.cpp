@@ -64,7 +64,7 @@ char* update_status_to_string(int status) {
 }
 
 void upi_flush_upgrade_status(int update_status, int total_size, int updated_size) {
-  UPI_LOG("%s func begin!", __func__);
+  UPI_LOG_BEGIN();
   upi_set_upgrade_status(update_status);
   UPI_LOG("Update status: [%d](%s) total_size:%d, updated size:%d!", update_status,
           update_status_to_string(update_status), total_size, updated_size);
@@ -84,14 +84,14 @@ void upi_flush_upgrade_status(int update_status, int total_size, int updated_siz
   if (status != nullptr) {
     report_to_sink(status, update_status);
   }
-  UPI_LOG("%s func end!", __func__);
+  UPI_LOG_END();
 }
 
 // --- One partition ---
 
 static int read_upgrade_package_partition_data(char* partition_name, int offset,
                                                unsigned char* read_data, int read_len) {
-  UPI_LOG("%s func begin!", __func__);
+  UPI_LOG_BEGIN();
   const partition_head_info_t* entry = get_partition_head_info_by_name(partition_name);
   const int fd = get_upgrade_package_file_fd();
   if (entry == nullptr) {
@@ -101,7 +101,7 @@ static int read_upgrade_package_partition_data(char* partition_name, int offset,
   const auto position =
       static_cast<int32_t>(static_cast<uint32_t>(entry->offset) + static_cast<uint32_t>(offset));
   if (lseek(fd, position, SEEK_SET) < 0) {
-    UPI_LOG("Seek to file fail! error:%d[%s]", errno, strerror(errno));
+    UPI_LOG_ERRNO("Seek to file fail! error:");
     return -1;
   }
   const int got = upi_readn(fd, read_data, static_cast<unsigned>(read_len));
@@ -110,7 +110,7 @@ static int read_upgrade_package_partition_data(char* partition_name, int offset,
     return -1;
   }
   UPI_LOG("Need len:%d, real read len:%d", read_len, got);
-  UPI_LOG("%s func end!", __func__);
+  UPI_LOG_END();
   return got;
 }
 
@@ -145,7 +145,7 @@ int copy_image(device_data_t* device, const upi::Buffer& block) {
 }  // namespace
 
 static int upgrade_image(int target, device_data_t* p_device_data) {
-  UPI_LOG("%s func begin!", __func__);
+  UPI_LOG_BEGIN();
   const auto len = static_cast<int>(p_device_data->len);
   {
     const upi::Buffer block(p_device_data->mtd_info.mtd_blocksize);
@@ -156,7 +156,7 @@ static int upgrade_image(int target, device_data_t* p_device_data) {
     // What an interrupted upgrade has finished is not written again.
     if (check_image_hash(&p_device_data->mtd_info, len, p_device_data->hash) == 0) {
       UPI_LOG("Partition [%s] already updated!", p_device_data->partition_name);
-      UPI_LOG("%s func end!", __func__);
+      UPI_LOG_END();
       return 0;
     }
     if (mtd_erase_partition(target, p_device_data->partition_name) != 0) {
@@ -171,13 +171,13 @@ static int upgrade_image(int target, device_data_t* p_device_data) {
       return -1;
     }
   }
-  UPI_LOG("%s func end!", __func__);
+  UPI_LOG_END();
   return 0;
 }
 
 static int init_partition_device_data(int target, device_data_t* p_device_data,
                                       partition_head_info_t* partition_info, int partition_num) {
-  UPI_LOG("%s func begin!", __func__);
+  UPI_LOG_BEGIN();
   strncpy(p_device_data->partition_name, partition_info->name,
           sizeof(p_device_data->partition_name) - 1);
   p_device_data->partition_type = partition_info->partition_type;
@@ -199,30 +199,30 @@ static int init_partition_device_data(int target, device_data_t* p_device_data,
     return -1;
   }
   if (ioctl(p_device_data->mtd_info.parti_file_desc, kLiftWriteProtection, 0) != 0) {
-    UPI_LOG("Failed to enable mtd writeable!  error:%d[%s]", errno, strerror(errno));
+    UPI_LOG_ERRNO("Failed to enable mtd writeable!  error:");
     return -1;
   }
-  UPI_LOG("%s func end!", __func__);
+  UPI_LOG_END();
   return 0;
 }
 
 static int de_init_partition_device_data(device_data_t* p_device_data) {
-  UPI_LOG("%s func begin!", __func__);
+  UPI_LOG_BEGIN();
   int* fd = &p_device_data->mtd_info.parti_file_desc;
   if (ioctl(*fd, kRestoreWriteProtection, 0) != 0) {
-    UPI_LOG("Failed to disable mtd writeable!  error:%d[%s]", errno, strerror(errno));
+    UPI_LOG_ERRNO("Failed to disable mtd writeable!  error:");
   }
   if (*fd >= 0) {
     close(*fd);
     *fd = -1;
   }
-  UPI_LOG("%s func end!", __func__);
+  UPI_LOG_END();
   return 0;
 }
 
 static int upgrade_partition(int target, partition_head_info_t* partition_info,
                              int partition_index) {
-  UPI_LOG("%s func begin!", __func__);
+  UPI_LOG_BEGIN();
   const EntryName name(partition_info);
   device_data_t device = {};
   device.mtd_info.parti_file_desc = -1;
@@ -234,7 +234,7 @@ static int upgrade_partition(int target, partition_head_info_t* partition_info,
   }
   de_init_partition_device_data(&device);
   UPI_LOG("<<<<<<<<<<<end  Upgrade %.*s, result :%d>>>>>>>>>>>>", name.limit, name.text, result);
-  UPI_LOG("%s func end!", __func__);
+  UPI_LOG_END();
   return result;
 }
 
@@ -277,7 +277,7 @@ bool upgrade_and_report(int target, partition_head_info_t* entry, int index, uin
 }  // namespace
 
 static int upgrade_partitions(int target) {
-  UPI_LOG("%s func begin!", __func__);
+  UPI_LOG_BEGIN();
   upi_flush_upgrade_status(UPGRADE_STATUS_UPDATING, get_total_partition_length(), -1);
   const int count = get_partition_num();
   UPI_LOG("Partition num:%d", count);
@@ -291,33 +291,33 @@ static int upgrade_partitions(int target) {
       return -1;
     }
   }
-  UPI_LOG("%s func end!", __func__);
+  UPI_LOG_END();
   return 0;
 }
 
 // --- Preparation and endings ---
 
 static int prepare_path() {
-  UPI_LOG("%s func begin!", __func__);
+  UPI_LOG_BEGIN();
   int result = 0;
   if (upi_check_file_existence(get_temp_path()) < 0) {
     result = upi_create_folder(get_temp_path());
   }
-  UPI_LOG("%s func end!", __func__);
+  UPI_LOG_END();
   return result;
 }
 
 static int unprepare_path() {
-  UPI_LOG("%s func begin!", __func__);
-  UPI_LOG("%s func end!", __func__);
+  UPI_LOG_BEGIN();
+  UPI_LOG_END();
   return 0;
 }
 
 static int unprepare_update() {
-  UPI_LOG("%s func begin!", __func__);
+  UPI_LOG_BEGIN();
   deinit_upgrade_package_info();
   unprepare_path();
-  UPI_LOG("%s func end!", __func__);
+  UPI_LOG_END();
   return 0;
 }
 
@@ -345,7 +345,7 @@ int load_and_mark(int target) {
 }  // namespace
 
 static int prepare_update(int* target) {
-  UPI_LOG("%s func begin!", __func__);
+  UPI_LOG_BEGIN();
   UPI_LOG("<<<<<<<<<<<begin  prepare_update>>>>>>>>>>>>");
   switch (upi_get_current_system()) {
     case kSystemA:
@@ -364,12 +364,12 @@ static int prepare_update(int* target) {
   }
   const int result = load_and_mark(*target);
   UPI_LOG("<<<<<<<<<<<end  prepare_update, result:%d>>>>>>>>>>>>", result);
-  UPI_LOG("%s func end!", __func__);
+  UPI_LOG_END();
   return result;
 }
 
 static int set_boot_to_status(int update_status, int target) {
-  UPI_LOG("%s func begin!", __func__);
+  UPI_LOG_BEGIN();
   if (target != kSystemA && target != kSystemB) {
     UPI_LOG("Unreach branch, target is :%d", target);
     return -1;
@@ -383,7 +383,7 @@ static int set_boot_to_status(int update_status, int target) {
     UPI_LOG("Update fail, set target system unbootable fail!");
     return -1;
   }
-  UPI_LOG("%s func end!", __func__);
+  UPI_LOG_END();
   return 0;
 }
 
@@ -432,9 +432,9 @@ int run_update() {
 
 int upi_update(z_upgrade_flush_status_t* p_flush_status) {
   g_flush_status = p_flush_status;
-  UPI_LOG("%s func begin!", __func__);
+  UPI_LOG_BEGIN();
   upi_flush_upgrade_status(UPGRADE_STATUS_UPDATING, 0, 0);
   const int result = run_update();
-  UPI_LOG("%s func end!", __func__);
+  UPI_LOG_END();
   return result;
 }

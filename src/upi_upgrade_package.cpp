@@ -117,8 +117,7 @@ bool fits_system(const upgrade_package_info_t& package,
 
 void close_invalid(int fd, const char* path) {
   if (close(fd) != 0) {
-    UPI_LOG_AS(kLoader, "Close upgrade package file [%s] error, error: %d[%s]", path, errno,
-               strerror(errno));
+    UPI_LOG_ERRNO_AS(kLoader, "Close upgrade package file [%s] error, error: ", path);
   }
 }
 
@@ -138,8 +137,7 @@ upgrade_package_info_t* new_package(int fd, const char* path) {
   if (package == nullptr) {
     UPI_LOG_AS(kLoader, "Malloc for upgrade package info struct fail!");
     if (close(fd) != 0) {
-      UPI_LOG_AS(kLoader, "Close upgrade package file [%s] error,  error: %d[%s]", path, errno,
-                 strerror(errno));
+      UPI_LOG_ERRNO_AS(kLoader, "Close upgrade package file [%s] error,  error: ", path);
     }
     return nullptr;
   }
@@ -150,7 +148,7 @@ upgrade_package_info_t* new_package(int fd, const char* path) {
 bool read_file_size(upgrade_package_info_t* package, const char* path) {
   struct stat status = {};
   if (stat(path, &status) != 0) {
-    UPI_LOG_AS(kLoader, "Stat file [%s] error, error: %d[%s]", path, errno, strerror(errno));
+    UPI_LOG_ERRNO_AS(kLoader, "Stat file [%s] error, error: ", path);
     return false;
   }
   package->upgrade_package_file_size = static_cast<uint32_t>(status.st_size);
@@ -163,8 +161,8 @@ bool read_exactly(const upgrade_package_info_t& package, void* data, size_t size
   const int got =
       upi_readn(package.upgrade_package_file_desc, data, static_cast<unsigned int>(size));
   if (got != static_cast<int>(size)) {
-    UPI_LOG_AS(kLoader, "Read upgrade package file %s info fail, get length:%d, error: %d[%s]",
-               what, got, errno, strerror(errno));
+    UPI_LOG_ERRNO_AS(kLoader,
+                     "Read upgrade package file %s info fail, get length:%d, error: ", what, got);
     return false;
   }
   return true;
@@ -172,7 +170,7 @@ bool read_exactly(const upgrade_package_info_t& package, void* data, size_t size
 
 bool read_head(upgrade_package_info_t* package, const char* path) {
   if (lseek(package->upgrade_package_file_desc, 0, SEEK_SET) < 0) {
-    UPI_LOG_AS(kLoader, "Lseek file [%s] error, error:%d[%s]", path, errno, strerror(errno));
+    UPI_LOG_ERRNO_AS(kLoader, "Lseek file [%s] error, error:", path);
     return false;
   }
   package->head = new_zeroed<upgrade_package_head_info_t>(1);
@@ -261,7 +259,7 @@ int init_upgrade_package_info(const char* upagrade_package_file_path) {
   const int fd = open(path, O_RDONLY);
   g_upgrade_package_fd = fd;
   if (fd < 0) {
-    UPI_LOG("Open upgrade package file[%s] error, error:%d[%s]", path, errno, strerror(errno));
+    UPI_LOG_ERRNO("Open upgrade package file[%s] error, error:", path);
     return -1;
   }
   if (is_upgrade_package_file_valid(fd) != 0) {
@@ -287,7 +285,7 @@ int init_upgrade_package_info(const char* upagrade_package_file_path) {
 int is_upgrade_package_file_valid(int fd) {
   struct stat status = {};
   if (fstat(fd, &status) != 0) {
-    UPI_LOG("Stat fd[%d] error: %d[%s]", fd, errno, strerror(errno));
+    UPI_LOG_ERRNO("Stat fd[%d] error: ", fd);
     return -1;
   }
   if (status.st_size < static_cast<off_t>(sizeof(upgrade_package_head_info_t))) {
