@@ -61,8 +61,8 @@ int open_flags(const char* speaker, FlagsUser user, mtd_info_user* geometry) {
   return fd.release();
 }
 
-int block_count(uint32_t total_size, uint32_t block_size) {
-  return block_size == 0 ? 0 : static_cast<int>(total_size / block_size);
+int block_count(const mtd_info_user& geometry) {
+  return static_cast<int>(upi::divide(geometry.size, geometry.erasesize));
 }
 
 bool is_bad_block(int fd, uint32_t offset) {
@@ -152,7 +152,7 @@ class FlagsWriter {
 
   bool ready() const { return fd_.valid() && image_; }
   int fd() const { return fd_.get(); }
-  int blocks() const { return block_count(geometry_.size, geometry_.erasesize); }
+  int blocks() const { return block_count(geometry_); }
   int write_block(int index) {
     return upi_write_fota_flag_img_content(&mtd_info_, index, image_.get(),
                                            static_cast<int>(image_.size()));
@@ -269,7 +269,7 @@ int upi_get_boot_flags_content(T_FOTA_FLAG_INFO* main, int* p_main_index, T_FOTA
   if (!fd.valid()) {
     return -1;
   }
-  const int blocks = block_count(geometry.size, geometry.erasesize);
+  const int blocks = block_count(geometry);
   int found = 0;
   for (int i = 0; i < blocks && found < 2; ++i) {
     const uint32_t offset = static_cast<uint32_t>(i) * geometry.erasesize;

@@ -45,9 +45,9 @@ unsigned long translateToGoodAddress(partition_mtd_info_t* mtd_info, unsigned lo
     return mtd_info->mtd_totalsize;
   }
   const auto address = static_cast<uint32_t>(dwBlockAddress);
-  const uint32_t remainder = address % block_size;
-  const uint32_t wanted = address - remainder;
-  const auto blocks = static_cast<int32_t>(mtd_info->mtd_totalsize / block_size);
+  const uint32_t wanted = upi::divide(address, block_size) * block_size;
+  const uint32_t remainder = address - wanted;
+  const auto blocks = static_cast<int32_t>(upi::divide(mtd_info->mtd_totalsize, block_size));
   const int fd = mtd_info->parti_file_desc;
   uint32_t physical = 0;
   // Logical address of the last good block met; none yet.

@@ -170,9 +170,24 @@ void form_mtd_name(char (&mtd_name)[kMtdNameSize], size_t limit, const char* nam
   }
 }
 
+uint32_t divide(uint32_t whole, uint32_t part) {
+  if (part == 0 || part > whole) {
+    return 0;
+  }
+  uint32_t times = 0;
+  for (int shift = __builtin_clz(part) - __builtin_clz(whole); shift >= 0; --shift) {
+    times *= 2;
+    if (whole >> shift >= part) {
+      whole -= part << shift;
+      ++times;
+    }
+  }
+  return times;
+}
+
 void fill_geometry(partition_mtd_info_t* mtd_info, const mtd_info_user& reply) {
   mtd_info->mtd_totalsize = reply.size;
-  mtd_info->mtd_pageperblock = reply.writesize == 0 ? 0 : reply.erasesize / reply.writesize;
+  mtd_info->mtd_pageperblock = divide(reply.erasesize, reply.writesize);
   mtd_info->mtd_blocksize = reply.erasesize;
   mtd_info->mtd_pagesize = reply.writesize;
   mtd_info->mtd_oobsize = reply.oobsize;

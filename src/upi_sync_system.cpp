@@ -52,9 +52,7 @@ class OpenPartition {
   partition_mtd_info_t* info() { return &info_; }
   int fd() const { return info_.parti_file_desc; }
   uint32_t block_size() const { return info_.mtd_blocksize; }
-  uint32_t blocks() const {
-    return info_.mtd_blocksize == 0 ? 0 : info_.mtd_totalsize / info_.mtd_blocksize;
-  }
+  uint32_t blocks() const { return upi::divide(info_.mtd_totalsize, info_.mtd_blocksize); }
 
  private:
   partition_mtd_info_t info_ = {};
