@@ -123,6 +123,11 @@ void form_mtd_name(char (&mtd_name)[kMtdNameSize], size_t limit, const char* nam
 // Fills the geometry of `mtd_info` from the kernel's reply; its descriptor is left alone.
 void fill_geometry(partition_mtd_info_t* mtd_info, const mtd_info_user& reply);
 
+// Issue the platform driver's request on an open descriptor; log a failure as `speaker`. Return
+// whether it succeeded.
+bool lift_write_protection(const char* speaker, int fd);
+bool restore_write_protection(const char* speaker, int fd);
+
 // Erases every good block of the MTD partition `mtd_name`, speaking as `speaker` and calling the
 // partition `shown_name`. Returns false when its node could not be opened; otherwise `*result` is
 // 0 when the geometry could be read, else -1.

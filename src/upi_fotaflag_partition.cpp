@@ -15,6 +15,7 @@
 namespace {
 
 constexpr char kFlagsPartition[] = "flags";
+constexpr char kContentSetter[] = "upi_set_boot_flags_content";
 constexpr int kInitialCopies = 8;
 constexpr int kCopiesNeeded = 2;
 
@@ -108,12 +109,6 @@ bool is_valid(const T_FOTA_FLAG_INFO& copy) {
   return copy.boot_flag.magic == FOTA_FLAG_MAGIC && copy.boot_env.magic == copy.boot_flag.magic;
 }
 
-void copy_fields(T_FOTA_FLAG_INFO* to, const T_FOTA_FLAG_INFO& from) {
-  to->boot_flag = from.boot_flag;
-  to->boot_env.magic = from.boot_env.magic;
-  to->boot_env.dualsys_type = from.boot_env.dualsys_type;
-}
-
 // Reads the valid copy on behalf of `speaker`.
 bool read_valid_copy(const char* speaker, T_FOTA_FLAG_INFO* copy) {
   if (get_info_from_img_boot_flag(copy) < 0) {
@@ -165,42 +160,31 @@ class FlagsWriter {
   BlockImage image_;
 };
 
-// Writes the main copy to the first block that takes it, but the backup's. Returns its new index:
-// the old one when every block is bad, -1 after a failure.
-int write_main(FlagsWriter* flags, int old_index, int backup_index) {
+enum class Copy { kMain, kBackup };
+
+// Writes a copy to the first block that takes it, but the other copy's. Returns its new index: the
+// old one when every block is bad, -1 after a failure.
+int write_copy(FlagsWriter* flags, Copy copy, int old_index, int other_index) {
+  const bool is_main = copy == Copy::kMain;
   for (int i = 0; i < flags->blocks(); ++i) {
-    if (i == backup_index) {
+    if (i == other_index) {
       continue;
     }
-    UPI_LOG_AS("upi_set_boot_flags_content", "Write main to [%d] block!", i);
+    if (is_main) {
+      UPI_LOG_AS(kContentSetter, "Write main to [%d] block!", i);
+    }
     const int result = flags->write_block(i);
     if (result == 0) {
-      UPI_LOG_AS("upi_set_boot_flags_content", "Main fotaflag location:[%d]->[%d]", old_index, i);
+      UPI_LOG_AS(kContentSetter, "%s fotaflag location:[%d]->[%d]", is_main ? "Main" : "Backup",
+                 old_index, i);
       return i;
     }
     if (result == kBlockFailed) {
-      UPI_LOG_AS("upi_set_boot_flags_content", "Write main Error");
+      UPI_LOG_AS(kContentSetter, "Write %s Error", is_main ? "main" : "backup");
       return -1;
     }
-    UPI_LOG_AS("upi_set_boot_flags_content", "Fotaflag index [%d] is bad block", i);
-  }
-  return old_index;
-}
-
-// The same for the backup copy, which may take any block but the main one's.
-int write_backup(FlagsWriter* flags, int old_index, int main_index) {
-  for (int j = 0; j < flags->blocks(); ++j) {
-    if (j == main_index) {
-      continue;
-    }
-    const int result = flags->write_block(j);
-    if (result == 0) {
-      UPI_LOG_AS("upi_set_boot_flags_content", "Backup fotaflag location:[%d]->[%d]", old_index, j);
-      return j;
-    }
-    if (result == kBlockFailed) {
-      UPI_LOG_AS("upi_set_boot_flags_content", "Write backup Error");
-      return -1;
+    if (is_main) {
+      UPI_LOG_AS(kContentSetter, "Fotaflag index [%d] is bad block", i);
     }
   }
   return old_index;
@@ -292,25 +276,19 @@ int get_info_from_img_boot_flag(T_FOTA_FLAG_INFO* p_flag_info) {
     UPI_LOG("Get boot flags content fail!");
     return -1;
   }
-  if (is_valid(copies.main)) {
-    copy_fields(p_flag_info, copies.main);
-    return 0;
+  const T_FOTA_FLAG_INFO& copy = is_valid(copies.main) ? copies.main : copies.backup;
+  if (!is_valid(copy)) {
+    UPI_LOG("Do not find valid flag info!");
+    return -1;
   }
-  if (is_valid(copies.backup)) {
-    copy_fields(p_flag_info, copies.backup);
-    return 0;
-  }
-  UPI_LOG("Do not find valid flag info!");
-  return -1;
+  p_flag_info->boot_flag = copy.boot_flag;
+  p_flag_info->boot_env.magic = copy.boot_env.magic;
+  p_flag_info->boot_env.dualsys_type = copy.boot_env.dualsys_type;
+  return 0;
 }
 
 int upi_get_system_info(T_FOTA_FLAG_INFO* p_system_info) {
-  T_FOTA_FLAG_INFO copy = {};
-  if (!read_valid_copy(UPI_FUNCTION, &copy)) {
-    return -1;
-  }
-  copy_fields(p_system_info, copy);
-  return 0;
+  return read_valid_copy(UPI_FUNCTION, p_system_info) ? 0 : -1;
 }
 
 int upi_get_system_boot_to(void) {
@@ -341,8 +319,7 @@ int upi_write_fota_flag_img_content(partition_mtd_info_t* p_mtd_info, int index,
   const int fd = p_mtd_info->parti_file_desc;
   const uint32_t block_size = p_mtd_info->mtd_blocksize;
   const uint32_t offset = static_cast<uint32_t>(index) * block_size;
-  if (ioctl(fd, kLiftWriteProtection, 0) != 0) {
-    UPI_LOG_ERRNO("Failed to enable mtd writeable!  error:");
+  if (!upi::lift_write_protection(UPI_FUNCTION, fd)) {
     return kBlockFailed;
   }
   if (is_bad_block(fd, offset)) {
@@ -369,9 +346,7 @@ int upi_write_fota_flag_img_content(partition_mtd_info_t* p_mtd_info, int index,
     UPI_LOG_ERRNO("Write flash error: ");
     return kBlockFailed;
   }
-  if (ioctl(fd, kRestoreWriteProtection, 0) != 0) {
-    UPI_LOG_ERRNO("Failed to disable mtd writeable!  error:");
-  }
+  upi::restore_write_protection(UPI_FUNCTION, fd);
   return 0;
 }
 
@@ -384,9 +359,9 @@ int upi_set_boot_flags_content(T_FOTA_FLAG_INFO* info, int* p_main_index, int* p
     }
     UPI_LOG("Fotaflag partition fd:%d", flags.fd());
     UPI_LOG("begin to write main fotaflag");
-    *p_main_index = write_main(&flags, *p_main_index, *p_backup_index);
+    *p_main_index = write_copy(&flags, Copy::kMain, *p_main_index, *p_backup_index);
     UPI_LOG("begin to write backup fotaflag");
-    *p_backup_index = write_backup(&flags, *p_backup_index, *p_main_index);
+    *p_backup_index = write_copy(&flags, Copy::kBackup, *p_backup_index, *p_main_index);
   }
   UPI_LOG_END();
   return *p_main_index == -1 && *p_backup_index == -1 ? -1 : 0;

@@ -126,8 +126,10 @@ int read_logical(const char* speaker, partition_mtd_info_t* mtd_info, unsigned c
   }
   const ssize_t got = read(mtd_info->parti_file_desc, buffer, static_cast<size_t>(size));
   if (got < 0 || got < size) {
-    UPI_LOG_AS(speaker, "Read len (%d) < need len (%d)!", static_cast<int>(got), size);
-    UPI_LOG_AS(speaker, "VEMK_ReadImage fail");
+    UPI_LOG_LINES_AS(speaker,
+                     "Read len (%d) < need len (%d)!\n"
+                     "VEMK_ReadImage fail\n",
+                     static_cast<int>(got), size);
     return -1;
   }
   return 0;

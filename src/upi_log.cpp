@@ -31,6 +31,11 @@ int32_t cur_log_size;
 // Making the work directory may fail and say so, and saying so opens the log.
 bool making_work_directory;
 
+template <size_t N>
+void say(const char (&text)[N]) {
+  fwrite(text, 1, N - 1, stdout);
+}
+
 char* put_text(char* at, const char* text, size_t size) {
   memcpy(at, text, size);
   return at + size;
@@ -91,7 +96,7 @@ void rotate(const char* filename) {
   if (rename(filename, backup) != 0) {
     printf("rename file fail:%s!\n", filename);
     if (cur_log_size >= kRemoveAt) {
-      remove(filename);
+      unlink(filename);
     }
   }
 }
@@ -134,11 +139,7 @@ class Line {
   }
   ~Line() {
     *end_++ = '\n';
-    if (on_console_) {
-      putchar('\n');
-    } else {
-      to_console();
-    }
+    to_console();
     to_file();
     errno = errno_;
   }
@@ -158,8 +159,8 @@ class Line {
       // What fits is still more than the file gets.
       to_console();
       vprintf(format, again);
-      on_console_ = true;
-      end_ += strlen(end_);
+      end_ += strnlen(end_, room - 1);
+      unprinted_ = end_;
     }
     va_end(again);
   }
@@ -171,9 +172,6 @@ class Line {
     *at++ = '[';
     at = put_text(at, text, strnlen(text, kErrnoLimit));
     *at++ = ']';
-    if (on_console_) {
-      fwrite(end_, 1, static_cast<size_t>(at - end_), stdout);
-    }
     end_ = at;
   }
 
@@ -188,7 +186,7 @@ class Line {
   // Puts the present time before the text; returns where the line begins.
   char* put_time() {
     const char* now = upi_get_time_us();
-    const size_t size = strlen(now);
+    const size_t size = strnlen(now, kTimeRoom - 1);
     char* start = text_ + kTimeRoom - size - 1;
     *start = '[';
     put_text(start + 1, now, size);
@@ -196,7 +194,7 @@ class Line {
   }
 
   void to_console() {
-    const char* start = put_time();
+    const char* start = unprinted_ != nullptr ? unprinted_ : put_time();
     fwrite(start, 1, static_cast<size_t>(end_ - start), stdout);
   }
 
@@ -209,9 +207,9 @@ class Line {
   }
 
   const int errno_ = errno;
-  // A message that outgrows the buffer goes to the console as it is made.
-  bool on_console_ = false;
   char* end_;
+  // What follows a message that outgrew the buffer, which is on the console already.
+  const char* unprinted_ = nullptr;
   char text_[1600];
 };
 
@@ -281,7 +279,7 @@ unsigned int timestamp_now(void) {
 
 void upi_fwrite(char* filename, char* info) {
   if (filename == nullptr || *filename == '\0') {
-    printf("filename is err.\n");
+    say("filename is err.\n");
     return;
   }
   if (s_FP_LOG == nullptr && !open_stream(filename)) {
@@ -291,7 +289,7 @@ void upi_fwrite(char* filename, char* info) {
 }
 
 UPI_EXPORT void upi_close_logfile(void) {
-  printf("Close /cache/fota_ab/upi_ab.log file!\n");
+  say("Close /cache/fota_ab/upi_ab.log file!\n");
   if (s_FP_LOG != nullptr) {
     close_stream();
   }

@@ -36,7 +36,7 @@ bool find_mtd_entry(FILE* table, const char* name, MtdEntry* entry) {
     *entry = {};
     const int values = sscanf(line, "mtd%d: %x %x \"%63[^\"]", &entry->number, &entry->size,
                               &entry->erase_size, entry->name);
-    if (values == 4 && strcmp(entry->name, name) == 0) {
+    if (values == 4 && strncmp(entry->name, name, sizeof(entry->name)) == 0) {
       return true;
     }
   }
@@ -76,22 +76,17 @@ bool is_node_kind(int partition_type) {
 }
 
 void log_geometry(const char* speaker, const partition_mtd_info_t& info) {
-  UPI_LOG_AS(speaker, "Mtd info:");
-  UPI_LOG_AS(speaker, "Mtd Blocksize:%d:", static_cast<int>(info.mtd_blocksize));
-  UPI_LOG_AS(speaker, "Mtd oobsize:%d:", static_cast<int>(info.mtd_oobsize));
-  UPI_LOG_AS(speaker, "Mtd pageperblock:%d:", static_cast<int>(info.mtd_pageperblock));
-  UPI_LOG_AS(speaker, "Mtd pagesize:%d:", static_cast<int>(info.mtd_pagesize));
-  UPI_LOG_AS(speaker, "Mtd totalsize:%d:", static_cast<int>(info.mtd_totalsize));
-  UPI_LOG_AS(speaker, "mtd partition file description:%d", info.parti_file_desc);
-}
-
-// Opens the node at `path` for reading and writing; logs a failure. Returns the descriptor or -1.
-int open_node(const char* speaker, const char* path) {
-  const int fd = open(path, kMtdOpenFlags);
-  if (fd < 0) {
-    UPI_LOG_ERRNO_AS(speaker, "Open flash error:");
-  }
-  return fd;
+  UPI_LOG_LINES_AS(speaker,
+                   "Mtd info:\n"
+                   "Mtd Blocksize:%d:\n"
+                   "Mtd oobsize:%d:\n"
+                   "Mtd pageperblock:%d:\n"
+                   "Mtd pagesize:%d:\n"
+                   "Mtd totalsize:%d:\n"
+                   "mtd partition file description:%d\n",
+                   static_cast<int>(info.mtd_blocksize), static_cast<int>(info.mtd_oobsize),
+                   static_cast<int>(info.mtd_pageperblock), static_cast<int>(info.mtd_pagesize),
+                   static_cast<int>(info.mtd_totalsize), info.parti_file_desc);
 }
 
 // Reads the geometry through the descriptor in `mtd_info`; logs it, or the failure.
@@ -104,6 +99,61 @@ bool read_geometry(const char* speaker, partition_mtd_info_t* mtd_info) {
   upi::fill_geometry(mtd_info, reply);
   log_geometry(speaker, *mtd_info);
   return true;
+}
+
+// On whose behalf a partition is opened: the two word their failures differently, and only an
+// update's may be of a kind that has no geometry.
+enum class Asker { kMtd, kUpdate };
+
+void say_not_found(const char* speaker, Asker asker, const char* partition_name) {
+  if (asker == Asker::kUpdate) {
+    UPI_LOG_AS(speaker, "partition name is not find");
+  } else {
+    UPI_LOG_AS(speaker, "Partition [%s] not found!", partition_name);
+  }
+}
+
+void close_unread(const char* speaker, Asker asker, int fd) {
+  if (close(fd) == 0) {
+    return;
+  }
+  if (asker == Asker::kUpdate) {
+    UPI_LOG_ERRNO_AS(speaker, "Close file error, error:");
+  } else {
+    UPI_LOG_AS(speaker, "Close file error, error:%s", strerror(errno));
+  }
+}
+
+int open_partition(const char* speaker, Asker asker, const char* partition_name, int partition_type,
+                   partition_mtd_info_t* mtd_info) {
+  if (partition_name == nullptr) {
+    UPI_LOG_AS(speaker, "partition name =null");
+    return -1;
+  }
+  if (!is_node_kind(partition_type)) {
+    UPI_LOG_AS(speaker, "partition_type =%d", partition_type);
+    return -1;
+  }
+  char path[kMtdPathSize];
+  const auto kind = static_cast<device_type_t>(partition_type);
+  if (mtd_find(partition_name, path, kind, sizeof(path)) != 0) {
+    say_not_found(speaker, asker, partition_name);
+    return -1;
+  }
+  const int fd = open(path, kMtdOpenFlags);
+  if (fd < 0) {
+    UPI_LOG_ERRNO_AS(speaker, "Open flash error:");
+    return -1;
+  }
+  mtd_info->parti_file_desc = fd;
+  if (kind == DEVICE_MTD ? read_geometry(speaker, mtd_info) : asker == Asker::kUpdate) {
+    return 0;
+  }
+  if (kind != DEVICE_MTD) {
+    UPI_LOG_AS(speaker, "Partition [%s] type:%d, could not update!", partition_name, kind);
+  }
+  close_unread(speaker, asker, fd);
+  return -1;
 }
 
 void erase_one_block(const char* speaker, int fd, uint64_t start, uint32_t size) {
@@ -193,6 +243,22 @@ void fill_geometry(partition_mtd_info_t* mtd_info, const mtd_info_user& reply) {
   mtd_info->mtd_oobsize = reply.oobsize;
 }
 
+bool lift_write_protection(const char* speaker, int fd) {
+  if (ioctl(fd, kLiftWriteProtection, 0) != 0) {
+    UPI_LOG_ERRNO_AS(speaker, "Failed to enable mtd writeable!  error:");
+    return false;
+  }
+  return true;
+}
+
+bool restore_write_protection(const char* speaker, int fd) {
+  if (ioctl(fd, kRestoreWriteProtection, 0) != 0) {
+    UPI_LOG_ERRNO_AS(speaker, "Failed to disable mtd writeable!  error:");
+    return false;
+  }
+  return true;
+}
+
 bool erase_good_blocks(const char* speaker, const char* mtd_name, const char* shown_name,
                        int* result) {
   char path[kMtdPathSize];
@@ -263,65 +329,13 @@ int is_partition_exist(int target, char* i_parti_name) {
 
 int get_partition_mtd_info(const char* partition_name, int partition_type,
                            partition_mtd_info_t* mtd_info) {
-  if (partition_name == nullptr) {
-    UPI_LOG("partition name =null");
-    return -1;
-  }
-  if (!is_node_kind(partition_type)) {
-    UPI_LOG("partition_type =%d", partition_type);
-    return -1;
-  }
-  char path[kMtdPathSize];
-  if (mtd_find(partition_name, path, static_cast<device_type_t>(partition_type), sizeof(path)) !=
-      0) {
-    UPI_LOG("Partition [%s] not found!", partition_name);
-    return -1;
-  }
-  const int fd = open_node(UPI_FUNCTION, path);
-  if (fd < 0) {
-    return -1;
-  }
-  mtd_info->parti_file_desc = fd;
-  if (partition_type != DEVICE_MTD) {
-    UPI_LOG("Partition [%s] type:%d, could not update!", partition_name, partition_type);
-  } else if (read_geometry(UPI_FUNCTION, mtd_info)) {
-    return 0;
-  }
-  if (close(fd) != 0) {
-    UPI_LOG("Close file error, error:%s", strerror(errno));
-  }
-  return -1;
+  return open_partition(UPI_FUNCTION, Asker::kMtd, partition_name, partition_type, mtd_info);
 }
 
 int get_partition_update_info(int /*target*/, const char* partition_name,
                               device_data_t* device_data) {
-  if (partition_name == nullptr) {
-    UPI_LOG("partition name =null");
-    return -1;
-  }
-  const int partition_type = device_data->partition_type;
-  if (!is_node_kind(partition_type)) {
-    UPI_LOG("partition_type =%d", partition_type);
-    return -1;
-  }
-  char path[kMtdPathSize];
-  if (mtd_find(partition_name, path, static_cast<device_type_t>(partition_type), sizeof(path)) !=
-      0) {
-    UPI_LOG("partition name is not find");
-    return -1;
-  }
-  const int fd = open_node(UPI_FUNCTION, path);
-  if (fd < 0) {
-    return -1;
-  }
-  device_data->mtd_info.parti_file_desc = fd;
-  if (partition_type != DEVICE_MTD || read_geometry(UPI_FUNCTION, &device_data->mtd_info)) {
-    return 0;
-  }
-  if (close(fd) != 0) {
-    UPI_LOG_ERRNO("Close file error, error:");
-  }
-  return -1;
+  return open_partition(UPI_FUNCTION, Asker::kUpdate, partition_name, device_data->partition_type,
+                        &device_data->mtd_info);
 }
 
 int read_mtd_partition_data(partition_mtd_info_t* mtd_info, int offset, int len, char* read_data) {

@@ -312,19 +312,17 @@ bool read_head(FILE* file, system_partition_info_head_t* head) {
 
 // What sets one list of the file apart from the other.
 struct Section {
-  int (*skip_title)(FILE* file);
-  const char* no_memory;
-  const char* no_title;
-  const char* no_entry;
+  char word[9];
+  char title[9];
 };
 
-constexpr Section kPlatformSection = {
-    [](FILE* file) { return fscanf(file, "[Platform_Partition_Info]\n"); },
-    "malloc platform_partition_info fail", "Read [Platform_Partition_Info] fail",
-    "Read Platform_Partition_Info fail"};
-constexpr Section kOemSection = {[](FILE* file) { return fscanf(file, "[Oem_Partition_Info]\n"); },
-                                 "malloc oem_partition_info fail", "Read [Oem_Partition_Info] fail",
-                                 "Read Oem_Partition_Info fail"};
+constexpr Section kPlatformSection = {"platform", "Platform"};
+constexpr Section kOemSection = {"oem", "Oem"};
+
+int skip_title(FILE* file, const Section& section) {
+  return &section == &kOemSection ? fscanf(file, "[Oem_Partition_Info]\n")
+                                  : fscanf(file, "[Platform_Partition_Info]\n");
+}
 
 bool read_entry(FILE* file, platform_partition_info_t* entry) {
   return fscanf(file, "name=%31s\nsystem_type=%d\npartition_type=%d\n", entry->name,
@@ -338,17 +336,17 @@ bool read_section(FILE* file, const Section& section, platform_partition_info_t*
   if (entries > 0) {
     *list = static_cast<platform_partition_info_t*>(calloc(entries, sizeof(**list)));
     if (*list == nullptr) {
-      UPI_LOG_AS("upi_init_system_partition_info", "%s", section.no_memory);
+      UPI_LOG_AS("upi_init_system_partition_info", "malloc %s_partition_info fail", section.word);
       return false;
     }
   }
-  if (section.skip_title(file) != 0) {
-    UPI_LOG_AS("upi_init_system_partition_info", "%s", section.no_title);
+  if (skip_title(file, section) != 0) {
+    UPI_LOG_AS("upi_init_system_partition_info", "Read [%s_Partition_Info] fail", section.title);
     return false;
   }
   for (size_t i = 0; i < entries; ++i) {
     if (!read_entry(file, &(*list)[i])) {
-      UPI_LOG_AS("upi_init_system_partition_info", "%s", section.no_entry);
+      UPI_LOG_AS("upi_init_system_partition_info", "Read %s_Partition_Info fail", section.title);
       return false;
     }
   }
@@ -373,18 +371,20 @@ bool read_table(FILE* file, system_upgrade_partition_info_t* table) {
   return true;
 }
 
-void show_list(const platform_partition_info_t* list, int32_t count, const char* title) {
+void show_list(const platform_partition_info_t* list, int32_t count, const Section& section) {
   if (list == nullptr) {
-    UPI_LOG_AS("show_system_partition_info", "------- %s partition info is NULL -------", title);
+    UPI_LOG_AS("show_system_partition_info", "------- %s partition info is NULL -------",
+               section.word);
     return;
   }
-  const char* shown = strcmp(title, "oem") == 0 ? "Oem" : "Platform";
   UPI_LOG_AS("show_system_partition_info",
-             "------- system partition info: %s Partition Info -------", shown);
+             "------- system partition info: %s Partition Info -------", section.title);
   for (int32_t i = 0; i < count; ++i) {
     UPI_LOG_AS("show_system_partition_info", "name: %s", list[i].name);
-    UPI_LOG_AS("show_system_partition_info", "system_type: %d", list[i].system_type);
-    UPI_LOG_AS("show_system_partition_info", "partition_type: %d", list[i].partition_type);
+    UPI_LOG_LINES_AS("show_system_partition_info",
+                     "system_type: %d\n"
+                     "partition_type: %d\n",
+                     list[i].system_type, list[i].partition_type);
   }
 }
 
@@ -400,7 +400,7 @@ int upi_init_system_partition_info(system_upgrade_partition_info_t* system_parti
     UPI_LOG("fail to open file (%s)", SYSTEM_PARTITION_TABLE_PATH);
     return -1;
   }
-  rewind(file);
+  fseek(file, 0, SEEK_SET);
   const bool read = read_table(file, system_partition_info);
   if (fclose(file) != 0) {
     UPI_LOG("close system partition info file fail, errno=%d [%s]", errno, strerror(errno));
@@ -420,14 +420,18 @@ void upi_deinit_system_partition_info(system_upgrade_partition_info_t* system_pa
 
 void show_system_partition_info(system_upgrade_partition_info_t* system_partition_info) {
   const system_partition_info_head_t& head = system_partition_info->system_partition_info_head;
-  UPI_LOG("Show System Partition Info:");
-  UPI_LOG("------- system partition info: Head -------");
+  UPI_LOG_LINES(
+      "Show System Partition Info:\n"
+      "------- system partition info: Head -------\n");
   UPI_LOG("magic: %.*s", static_cast<int>(sizeof(head)), head.magic);
-  UPI_LOG("plat: %d", head.plat);
-  UPI_LOG("plat_partition_num: %d", head.plat_partition_num);
-  UPI_LOG("oem_partition_num: %d", head.oem_partition_num);
-  show_list(system_partition_info->platform_partition_info, head.plat_partition_num, "platform");
-  show_list(system_partition_info->oem_partition_info, head.oem_partition_num, "oem");
+  UPI_LOG_LINES(
+      "plat: %d\n"
+      "plat_partition_num: %d\n"
+      "oem_partition_num: %d\n",
+      head.plat, head.plat_partition_num, head.oem_partition_num);
+  show_list(system_partition_info->platform_partition_info, head.plat_partition_num,
+            kPlatformSection);
+  show_list(system_partition_info->oem_partition_info, head.oem_partition_num, kOemSection);
 }
 
 namespace upi {

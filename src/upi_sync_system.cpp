@@ -334,11 +334,8 @@ namespace {
 
 void log_start(int opt, const char* dst_partition) {
   // Only the platform loop's word is misspelt.
-  if (opt == 0) {
-    UPI_LOG_AS("sync_system", "Sync Targrt Parition [%s] Start", dst_partition);
-  } else {
-    UPI_LOG_AS("sync_system", "Sync Target Parition [%s] Start", dst_partition);
-  }
+  UPI_LOG_AS("sync_system", "Sync %s Parition [%s] Start", opt == 0 ? "Targrt" : "Target",
+             dst_partition);
 }
 
 bool sync_entry(int target_system_index, platform_partition_info_t* entry, int opt) {
@@ -397,11 +394,18 @@ static void upi_set_sync_status_nv(int sync_status) {
 
 namespace {
 
+bool mark_target(int target_system, int status) {
+  if (upi_set_system_status(target_system, status) < 0) {
+    UPI_LOG_AS("upi_sync_system", "set target system %s fail",
+               status == DUALSYSTEM_STATUS_BOOTABLE ? "bootable" : "unbootable");
+    return false;
+  }
+  return true;
+}
+
 int end_sync(system_upgrade_partition_info_t* table, int target_system, unsigned start) {
   upi_set_sync_status_nv(SYNC_STATUS_SUCCESS);
-  if (upi_set_system_status(target_system, DUALSYSTEM_STATUS_BOOTABLE) < 0) {
-    UPI_LOG_AS("upi_sync_system", "set target system bootable fail");
-  }
+  mark_target(target_system, DUALSYSTEM_STATUS_BOOTABLE);
   upi_deinit_system_partition_info(table);
   UPI_LOG_AS("upi_sync_system", "-------------- Sync Takes %us --------------",
              seconds_since(start));
@@ -411,9 +415,8 @@ int end_sync(system_upgrade_partition_info_t* table, int target_system, unsigned
 
 int fail_sync(system_upgrade_partition_info_t* table, int target_system) {
   upi_set_sync_status_nv(SYNC_STATUS_FAIL);
-  if (target_system != -1 &&
-      upi_set_system_status(target_system, DUALSYSTEM_STATUS_UNBOOTABLE) < 0) {
-    UPI_LOG_AS("upi_sync_system", "set target system unbootable fail");
+  if (target_system != -1) {
+    mark_target(target_system, DUALSYSTEM_STATUS_UNBOOTABLE);
   }
   upi_deinit_system_partition_info(table);
   UPI_LOG_AS("upi_sync_system", "<<<<<<<<<<<<<<< Sync Fail >>>>>>>>>>>>>>>");
@@ -422,8 +425,7 @@ int fail_sync(system_upgrade_partition_info_t* table, int target_system) {
 
 // Marks the target unbootable, before anything of it is erased, and synchronises.
 bool run_sync(system_upgrade_partition_info_t* table, int target_system_index, int target_system) {
-  if (upi_set_system_status(target_system, DUALSYSTEM_STATUS_UNBOOTABLE) < 0) {
-    UPI_LOG_AS("upi_sync_system", "set target system unbootable fail");
+  if (!mark_target(target_system, DUALSYSTEM_STATUS_UNBOOTABLE)) {
     return false;
   }
   if (upi_init_system_partition_info(table) != 0) {

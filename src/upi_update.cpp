@@ -178,8 +178,7 @@ static int upgrade_image(int target, device_data_t* p_device_data) {
 static int init_partition_device_data(int target, device_data_t* p_device_data,
                                       partition_head_info_t* partition_info, int partition_num) {
   UPI_LOG_BEGIN();
-  strncpy(p_device_data->partition_name, partition_info->name,
-          sizeof(p_device_data->partition_name) - 1);
+  upi::form_mtd_name(p_device_data->partition_name, kMtdNameSize, partition_info->name, false);
   p_device_data->partition_type = partition_info->partition_type;
   p_device_data->len = partition_info->len;
   p_device_data->offset = partition_info->offset;
@@ -198,8 +197,7 @@ static int init_partition_device_data(int target, device_data_t* p_device_data,
     p_device_data->mtd_info.parti_file_desc = -1;
     return -1;
   }
-  if (ioctl(p_device_data->mtd_info.parti_file_desc, kLiftWriteProtection, 0) != 0) {
-    UPI_LOG_ERRNO("Failed to enable mtd writeable!  error:");
+  if (!upi::lift_write_protection(UPI_FUNCTION, p_device_data->mtd_info.parti_file_desc)) {
     return -1;
   }
   UPI_LOG_END();
@@ -209,9 +207,7 @@ static int init_partition_device_data(int target, device_data_t* p_device_data,
 static int de_init_partition_device_data(device_data_t* p_device_data) {
   UPI_LOG_BEGIN();
   int* fd = &p_device_data->mtd_info.parti_file_desc;
-  if (ioctl(*fd, kRestoreWriteProtection, 0) != 0) {
-    UPI_LOG_ERRNO("Failed to disable mtd writeable!  error:");
-  }
+  upi::restore_write_protection(UPI_FUNCTION, *fd);
   if (*fd >= 0) {
     close(*fd);
     *fd = -1;
@@ -374,13 +370,10 @@ static int set_boot_to_status(int update_status, int target) {
     UPI_LOG("Unreach branch, target is :%d", target);
     return -1;
   }
-  if (update_status == UPGRADE_STATUS_UPDATE_SUCCESS) {
-    if (upi_set_system_status(system_code(target), DUALSYSTEM_STATUS_BOOTABLE) < 0) {
-      UPI_LOG("Update fail, set target system bootable fail!");
-      return -1;
-    }
-  } else if (upi_set_system_status(system_code(target), DUALSYSTEM_STATUS_UNBOOTABLE) < 0) {
-    UPI_LOG("Update fail, set target system unbootable fail!");
+  const bool bootable = update_status == UPGRADE_STATUS_UPDATE_SUCCESS;
+  if (upi_set_system_status(system_code(target), bootable ? DUALSYSTEM_STATUS_BOOTABLE
+                                                          : DUALSYSTEM_STATUS_UNBOOTABLE) < 0) {
+    UPI_LOG("Update fail, set target system %s fail!", bootable ? "bootable" : "unbootable");
     return -1;
   }
   UPI_LOG_END();

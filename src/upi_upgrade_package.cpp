@@ -115,6 +115,10 @@ bool fits_system(const upgrade_package_info_t& package,
 
 // --- Loading. The stages speak as the loader. ---
 
+void log_banner(const char* outcome) {
+  UPI_LOG_AS(kLoader, "<<<<<<<<<<<Init upgrade package info%s>>>>>>>>>>>>", outcome);
+}
+
 void close_invalid(int fd, const char* path) {
   if (close(fd) != 0) {
     UPI_LOG_ERRNO_AS(kLoader, "Close upgrade package file [%s] error, error: ", path);
@@ -250,7 +254,7 @@ char* digest_text(uint8_t* digest) {
 
 int init_upgrade_package_info(const char* upagrade_package_file_path) {
   const char* path = upagrade_package_file_path;
-  UPI_LOG("<<<<<<<<<<<Init upgrade package info>>>>>>>>>>>>");
+  log_banner("");
   if (path == nullptr) {
     UPI_LOG("Input para invalid, upgrade package file path is invalid:%p",
             static_cast<const void*>(path));
@@ -273,12 +277,12 @@ int init_upgrade_package_info(const char* upagrade_package_file_path) {
   if (!load_package(package, path)) {
     free_contents(package);
     free(package);
-    UPI_LOG("<<<<<<<<<<<Init upgrade package info fail>>>>>>>>>>>>");
+    log_banner(" fail");
     return -1;
   }
   g_upgrade_package_info = package;
   show_upgrade_package_info();
-  UPI_LOG("<<<<<<<<<<<Init upgrade package info success>>>>>>>>>>>>");
+  log_banner(" success");
   return 0;
 }
 
@@ -300,7 +304,7 @@ int is_upgrade_package_file_valid(int fd) {
     UPI_LOG("Get upgrade package magic word fail, get len:%d is too short!", got);
     return -1;
   }
-  if (strcmp(magic, "FOTA") != 0) {
+  if (memcmp(magic, "FOTA", sizeof(magic)) != 0) {
     UPI_LOG("Upgrade package magic word invalid:%s!", magic);
     return -1;
   }
@@ -395,11 +399,12 @@ int get_total_partition_length(void) {
 
 namespace {
 
-template <typename Entry>
-Entry* find_entry(Entry* entries, int count, const char* name) {
-  for (int i = 0; i < count; ++i) {
-    if (string_equals(entries[i].name, entries + count, name)) {
-      return &entries[i];
+// Finds the entry of this name in a table; entries begin with their names.
+void* find_entry(void* table, int count, size_t entry_size, const char* name) {
+  auto* entry = static_cast<char*>(table);
+  for (int rest = count; rest > 0; --rest, entry += entry_size) {
+    if (string_equals(entry, entry + static_cast<size_t>(rest) * entry_size, name)) {
+      return entry;
     }
   }
   return nullptr;
@@ -420,7 +425,9 @@ partition_head_info_t* get_partition_head_info_by_name(const char* partition_nam
     UPI_LOG("Invalid upgrade package partition info! ");
     return nullptr;
   }
-  return find_entry(get_partition_head_info(), get_partition_num(), partition_name);
+  return static_cast<partition_head_info_t*>(
+      find_entry(get_partition_head_info(), get_partition_num(), sizeof(partition_head_info_t),
+                 partition_name));
 }
 
 extra_head_info_t* get_extra_head_info_by_name(const char* extra_name) {
@@ -432,7 +439,8 @@ extra_head_info_t* get_extra_head_info_by_name(const char* extra_name) {
     UPI_LOG("Invalid upgrade package partition info!");
     return nullptr;
   }
-  return find_entry(get_extra_head_info(), get_extra_num(), extra_name);
+  return static_cast<extra_head_info_t*>(
+      find_entry(get_extra_head_info(), get_extra_num(), sizeof(extra_head_info_t), extra_name));
 }
 
 // --- Showing ---
@@ -447,14 +455,17 @@ void show_upgrade_package_head_info(void) {
   upgrade_package_head_info_t* head = g_upgrade_package_info->head;
   const void* end = head + 1;
   UPI_LOG("magic:%.*s", limit(head->magic_word, end), head->magic_word);
-  UPI_LOG("upgrade package version:%d", head->upgrade_package_version);
-  UPI_LOG("upgrade package plat:%d", head->plat);
-  UPI_LOG("upgrade package type:%d", head->upgrade_package_type);
-  UPI_LOG("upgrade type:%d", head->upgrade_type);
-  UPI_LOG("upgrade package partition num:%d", head->partition_num);
-  UPI_LOG("upgrade package extra file num:%d", head->extra_num);
-  UPI_LOG("upgrade package hash type:%d", head->hash_type);
-  UPI_LOG("upgrade package block size:%d", head->block_size);
+  UPI_LOG_LINES(
+      "upgrade package version:%d\n"
+      "upgrade package plat:%d\n"
+      "upgrade package type:%d\n"
+      "upgrade type:%d\n"
+      "upgrade package partition num:%d\n"
+      "upgrade package extra file num:%d\n"
+      "upgrade package hash type:%d\n"
+      "upgrade package block size:%d\n",
+      head->upgrade_package_version, head->plat, head->upgrade_package_type, head->upgrade_type,
+      head->partition_num, head->extra_num, head->hash_type, head->block_size);
   UPI_LOG("upgrad package version_dst:%.*s", limit(head->version_dst, end), head->version_dst);
   show_hash_hex(HASH_SHA512, "upgrade package content hash:", digest_text(head->hash));
 }
@@ -468,10 +479,12 @@ void show_partition_info(void) {
     partition_head_info_t* entry = get_partition_head_info() + i;
     UPI_LOG("----------------------------");
     UPI_LOG("partition name:%.*s", upi::partition_name_limit(entry), entry->name);
-    UPI_LOG("partition len:%d", entry->len);
-    UPI_LOG("partition offset:%d", entry->offset);
-    UPI_LOG("partition partition_type:%d", entry->partition_type);
-    UPI_LOG("partition zipped:%d", entry->zipped);
+    UPI_LOG_LINES(
+        "partition len:%d\n"
+        "partition offset:%d\n"
+        "partition partition_type:%d\n"
+        "partition zipped:%d\n",
+        entry->len, entry->offset, entry->partition_type, entry->zipped);
     show_hash_hex(HASH_SHA512, "hash:", digest_text(entry->hash));
   }
   UPI_LOG("----------------------------");
@@ -484,8 +497,10 @@ void show_extra_info(void) {
   for (int i = 0; i < count; ++i) {
     UPI_LOG("----------------------------");
     UPI_LOG("Extra file name:%.*s", limit(entries[i].name, entries + count), entries[i].name);
-    UPI_LOG("Extra file len:%d", entries[i].len);
-    UPI_LOG("Extra file offset:%d", entries[i].offset);
+    UPI_LOG_LINES(
+        "Extra file len:%d\n"
+        "Extra file offset:%d\n",
+        entries[i].len, entries[i].offset);
     // The package's digest, not the file's own: readers of these logs expect it.
     show_hash_hex(HASH_SHA512, "Extra file hash:", digest_text(get_upgrade_package_hash()));
   }

@@ -18,10 +18,9 @@ int end_verification(bool verified, unsigned start) {
   if (verified) {
     UPI_LOG_AS("upi_verify", "-------------- Verify Takes %us --------------",
                (timestamp_now() - start) / 1000000);
-    UPI_LOG_AS("upi_verify", "<<<<<<<<<<verify upgrade package Success>>>>>>>>>>>");
-  } else {
-    UPI_LOG_AS("upi_verify", "<<<<<<<<<<verify upgrade package Failed>>>>>>>>>>>");
   }
+  UPI_LOG_AS("upi_verify", "<<<<<<<<<<verify upgrade package %s>>>>>>>>>>>",
+             verified ? "Success" : "Failed");
   deinit_upgrade_package_info();
   upi_set_upgrade_status(verified ? UPGRADE_STATUS_VERIFY_SUCCESS : UPGRADE_STATUS_VERIFY_FAIL);
   return verified ? 0 : -1;
@@ -36,38 +35,47 @@ bool has_table(const partition_head_info_t* entries, int count) {
   return true;
 }
 
+// Logs how one check of an entry ended; `what` was checked.
+bool end_check(partition_head_info_t* entry, const char* what, int result) {
+  UPI_LOG_AS("verify_partition_info", "--------verify partition [%.*s] %s info %s-----------\n",
+             upi::partition_name_limit(entry), entry->name, what, result == 0 ? "end" : "fail");
+  return result == 0;
+}
+
 bool verify_images(partition_head_info_t* entries, int count) {
   for (int i = 0; i < count; ++i) {
-    const int limit = upi::partition_name_limit(&entries[i]);
-    const char* name = entries[i].name;
+    partition_head_info_t* entry = &entries[i];
     UPI_LOG_AS("verify_partition_info", "--------verify partition package info:%.*s---------------",
-               limit, name);
-    if (verify_partition_package(&entries[i]) != 0) {
-      UPI_LOG_AS("verify_partition_info",
-                 "--------verify partition [%.*s] package info fail-----------\n", limit, name);
+               upi::partition_name_limit(entry), entry->name);
+    if (!end_check(entry, "package", verify_partition_package(entry))) {
       return false;
     }
-    UPI_LOG_AS("verify_partition_info",
-               "--------verify partition [%.*s] package info end-----------\n", limit, name);
   }
   return true;
 }
 
 bool verify_target(int target, partition_head_info_t* entries, int count) {
   for (int i = 0; i < count; ++i) {
-    const int limit = upi::partition_name_limit(&entries[i]);
-    const char* name = entries[i].name;
+    partition_head_info_t* entry = &entries[i];
     UPI_LOG_AS("verify_partition_info", "--------verify partition [%.*s] mtd info---------------",
-               limit, name);
-    if (verify_partition_mtd(target, &entries[i]) != 0) {
-      UPI_LOG_AS("verify_partition_info",
-                 "--------verify partition [%.*s] mtd info fail-----------\n", limit, name);
+               upi::partition_name_limit(entry), entry->name);
+    if (!end_check(entry, "mtd", verify_partition_mtd(target, entry))) {
       return false;
     }
-    UPI_LOG_AS("verify_partition_info", "--------verify partition [%.*s] mtd info end-----------\n",
-               limit, name);
   }
   return true;
+}
+
+// Compares a digest of the package with the one that was computed; the titles are for a difference.
+int check_digest(const char* speaker, uint8_t* expected, const char* expected_title,
+                 unsigned char* computed, const char* computed_title) {
+  if (hash_compare(digest_text(expected), digest_text(computed), HASH_SHA512) != 0) {
+    show_hash_hex(HASH_SHA512, expected_title, digest_text(expected));
+    show_hash_hex(HASH_SHA512, computed_title, digest_text(computed));
+    return -1;
+  }
+  UPI_LOG_AS(speaker, "Verify upgrade package hash success!");
+  return 0;
 }
 
 }  // namespace
@@ -99,15 +107,9 @@ int verify_upgrade_package_hash(upgrade_package_info_t* package_info) {
     UPI_LOG("Get upgrade package hash fail");
     return -1;
   }
-  char* expected = digest_text(package_info->head->hash);
-  if (hash_compare(expected, digest_text(digest), HASH_SHA512) != 0) {
-    show_hash_hex(HASH_SHA512, "Verify upgrade package hash, get from delta:", expected);
-    show_hash_hex(HASH_SHA512,
-                  "Verify upgrade package hash, count from delta:", digest_text(digest));
-    return -1;
-  }
-  UPI_LOG("Verify upgrade package hash success!");
-  return 0;
+  return check_digest(UPI_FUNCTION, package_info->head->hash,
+                      "Verify upgrade package hash, get from delta:", digest,
+                      "Verify upgrade package hash, count from delta:");
 }
 
 int verify_partition_info(void) {
@@ -132,17 +134,10 @@ int verify_partition_package(partition_head_info_t* partition_info) {
             upi::partition_name_limit(partition_info), partition_info->name);
     return -1;
   }
-  char* expected = digest_text(partition_info->hash);
-  if (hash_compare(expected, digest_text(digest), HASH_SHA512) != 0) {
-    show_hash_hex(HASH_SHA512,
-                  "Verify upgrade package partition hash, get from delta head info: ", expected);
-    show_hash_hex(HASH_SHA512,
-                  "Verify upgrade package partition hash, count from delta partiontion content: ",
-                  digest_text(digest));
-    return -1;
-  }
-  UPI_LOG("Verify upgrade package hash success!");
-  return 0;
+  return check_digest(
+      UPI_FUNCTION, partition_info->hash,
+      "Verify upgrade package partition hash, get from delta head info: ", digest,
+      "Verify upgrade package partition hash, count from delta partiontion content: ");
 }
 
 int verify_partition_mtd(int target, partition_head_info_t* partition_info) {

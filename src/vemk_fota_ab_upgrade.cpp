@@ -85,15 +85,17 @@ UPI_EXPORT int vemk_dual_get_system_status(z_upgrade_system_info_t* system_info)
   system_info->fota_status = static_cast<int>(flag.fota_status);
   system_info->system_1 = {DUAL_SYSTEM, flag.system.status, flag.system.try_cnt};
   system_info->system_2 = {DUAL_SYSTEM2, flag.system2.status, flag.system2.try_cnt};
-  UPI_LOG("dual get system info:");
-  UPI_LOG("dual boot to:%d", system_info->boot_to);
-  UPI_LOG("dual fota stauts:%d", system_info->fota_status);
-  UPI_LOG("dual get system 1 status:0x%08X[%d]", static_cast<unsigned>(flag.system.status),
-          flag.system.status);
-  UPI_LOG("dual get system 1 try_cnt:%d", flag.system.try_cnt);
-  UPI_LOG("dual get system 2 status:0x%08X[%d]", static_cast<unsigned>(flag.system2.status),
-          flag.system2.status);
-  UPI_LOG("dual get system 2 try_cnt:%d", flag.system2.try_cnt);
+  UPI_LOG_LINES(
+      "dual get system info:\n"
+      "dual boot to:%d\n"
+      "dual fota stauts:%d\n"
+      "dual get system 1 status:0x%08X[%d]\n"
+      "dual get system 1 try_cnt:%d\n"
+      "dual get system 2 status:0x%08X[%d]\n"
+      "dual get system 2 try_cnt:%d\n",
+      system_info->boot_to, system_info->fota_status, static_cast<unsigned>(flag.system.status),
+      flag.system.status, flag.system.try_cnt, static_cast<unsigned>(flag.system2.status),
+      flag.system2.status, flag.system2.try_cnt);
   return 0;
 }
 
