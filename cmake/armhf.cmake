@@ -23,8 +23,11 @@ set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 # What runs finds these libraries by itself: no path of this machine gets into a program.
-list(APPEND CMAKE_PLATFORM_IMPLICIT_LINK_DIRECTORIES
-  ${ZOZALE_ARMHF_SYSROOT}/usr/lib/arm-linux-gnueabihf)
+set(libraries ${ZOZALE_ARMHF_SYSROOT}/usr/lib/arm-linux-gnueabihf)
+list(APPEND CMAKE_PLATFORM_IMPLICIT_LINK_DIRECTORIES ${libraries})
+# The linker, too, has to be told where those are that a library needs.
+set(CMAKE_EXE_LINKER_FLAGS_INIT -Wl,-rpath-link,${libraries})
+set(CMAKE_SHARED_LINKER_FLAGS_INIT ${CMAKE_EXE_LINKER_FLAGS_INIT})
 # Headers of packages that differ from one architecture to the next.
 set(CMAKE_C_STANDARD_INCLUDE_DIRECTORIES ${ZOZALE_ARMHF_SYSROOT}/usr/include/arm-linux-gnueabihf)
 set(CMAKE_CXX_STANDARD_INCLUDE_DIRECTORIES ${CMAKE_C_STANDARD_INCLUDE_DIRECTORIES})

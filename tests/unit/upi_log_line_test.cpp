@@ -13,6 +13,7 @@
 #include "tests/unit/log_test.h"
 #include "upi_log.h"
 #include "upi_public.h"
+#include "upi_upgrade_package.h"
 
 namespace {
 
@@ -173,6 +174,23 @@ TEST_F(LogTest, DiagnosticOfEveryLengthIsWholeOnTheConsole) {
   ASSERT_EQ(lines.size(), 1100U);
   for (std::size_t i = 0; i < lines.size(); ++i) {
     ASSERT_EQ(lines[i], (LogLine{"upi_check_file_existence", long_path(400 + i) + " not exist"}));
+  }
+}
+
+TEST_F(LogTest, ErrnoFollowsADiagnosticOfEveryLength) {
+  std::vector<LogLine> expected;
+  const auto lines = support::logged([&] {
+    for (std::size_t length = 1100; length < 1500; ++length) {
+      const std::string path = long_path(length);
+      const std::string message =
+          "Open upgrade package file[" + path + "] error, error:2[No such file or directory]";
+      expected.push_back({"init_upgrade_package_info", message});
+      EXPECT_EQ(init_upgrade_package_info(path.c_str()), -1);
+    }
+  });
+  ASSERT_EQ(lines.size(), 2 * expected.size());
+  for (std::size_t i = 0; i < expected.size(); ++i) {
+    ASSERT_EQ(lines[2 * i + 1], expected[i]);
   }
 }
 
