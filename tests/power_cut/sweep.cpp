@@ -89,12 +89,13 @@ void Sweep::cut_at(std::uint64_t at) {
   page_in_block_ = erase ? 0 : page_in_block_ + 1;
 }
 
-// Operations that rewrite a system begin and end with the record, too, but need too many runs.
+// The setters only: the other operations write the same record among much else.
 void Sweep::cut_record_words(std::uint64_t at) {
   constexpr std::uint32_t kWord = 4;
   const std::uint32_t page_size = scenario_.shape->page_size;
   const std::uint64_t begin = page_in_block_ * page_size;
-  if (scenario_.operation->installs || begin >= sim::kRecordSize) {
+  const Operation& operation = *scenario_.operation;
+  if (operation.installs || operation.overwrites_record || begin >= sim::kRecordSize) {
     return;
   }
   for (std::uint32_t byte = kWord; byte < page_size && begin + byte <= sim::kRecordSize;

@@ -1,0 +1,136 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Lets many simulated devices live, each with a flash, faults and power cuts of its own, and counts
+// those that do not come back.
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <array>
+#include <climits>
+#include <iostream>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <type_traits>
+
+#include "life.h"
+
+namespace fleet {
+namespace {
+
+struct Options {
+  std::uint64_t devices = 300;
+  std::uint64_t seed = 1;
+  std::uint64_t jobs = 2;
+  std::optional<std::uint64_t> device;
+};
+
+Report live(const Options& options, std::uint64_t number) {
+  Life life(options.seed, number);
+  Report report;
+  try {
+    life.live();
+    report = life.report();
+  } catch (const DeviceLost& lost) {
+    report = life.report();
+    report.lost = 1;
+    std::cout << "LOST script/fleet --seed " << options.seed << " --device " << number << ": "
+              << lost.what() << std::endl;
+  }
+  return report;
+}
+
+void show_progress(std::uint64_t done, std::uint64_t all) {
+  constexpr std::uint64_t kWidth = 40;
+  if (isatty(STDERR_FILENO) != 0) {
+    const std::uint64_t filled = kWidth * done / all;
+    std::cerr << "\r[" << std::string(filled, '#') << std::string(kWidth - filled, ' ') << "] "
+              << done << " of " << all << std::flush;
+  }
+}
+
+void hide_progress() {
+  if (isatty(STDERR_FILENO) != 0) {
+    std::cerr << "\r\033[K";
+  }
+}
+
+// A report crosses the pipe in one piece.
+static_assert(sizeof(Report) <= PIPE_BUF && std::is_trivially_copyable_v<Report>);
+
+// Every so-manieth device; a report for each goes into the pipe.
+[[noreturn]] void work(const Options& options, std::uint64_t first, int pipe) {
+  for (std::uint64_t number = first; number < options.devices; number += options.jobs) {
+    const Report report = live(options, number);
+    if (write(pipe, &report, sizeof report) != sizeof report) {
+      _exit(1);
+    }
+  }
+  _exit(0);
+}
+
+void start_workers(const Options& options, int pipe) {
+  for (std::uint64_t job = 0; job < options.jobs; ++job) {
+    const pid_t worker = fork();
+    if (worker < 0) {
+      throw std::runtime_error("a process cannot be started");
+    }
+    if (worker == 0) {
+      work(options, job, pipe);
+    }
+  }
+}
+
+Report live_all(const Options& options) {
+  std::array<int, 2> ends{};
+  if (pipe(ends.data()) != 0) {
+    throw std::runtime_error("a pipe cannot be made");
+  }
+  start_workers(options, ends[1]);
+  close(ends[1]);
+  Report sum;
+  Report one;
+  while (read(ends[0], &one, sizeof one) == sizeof one) {
+    sum += one;
+    show_progress(sum.devices, options.devices);
+  }
+  close(ends[0]);
+  hide_progress();
+  if (sum.devices != options.devices) {
+    throw std::runtime_error("only " + std::to_string(sum.devices) + " devices came to an end");
+  }
+  return sum;
+}
+
+int run_fleet(const Options& options) {
+  const Report report = options.device ? live(options, *options.device) : live_all(options);
+  std::cout << table(report) << json_line(report, options.seed) << std::endl;
+  return report.lost == 0 ? 0 : 1;
+}
+
+int run(int argc, char** argv) {
+  Options options;
+  CLI::App app("Lets many simulated devices live and counts those that do not come back.", "fleet");
+  app.add_option("--devices", options.devices, "how many")
+      ->check(CLI::Range(std::uint64_t{1}, std::uint64_t{100000000}))
+      ->capture_default_str();
+  app.add_option("--seed", options.seed, "of everything that is random")->capture_default_str();
+  app.add_option("--jobs", options.jobs, "processes that share the work")
+      ->check(CLI::Range(std::uint64_t{1}, std::uint64_t{64}))
+      ->capture_default_str();
+  app.add_option("--device", options.device, "only this one, counted from 0");
+  CLI11_PARSE(app, argc, argv);
+  try {
+    return run_fleet(options);
+  } catch (const std::exception& error) {
+    std::cerr << "fleet: " << error.what() << "\n";
+    return 2;
+  }
+}
+
+}  // namespace
+}  // namespace fleet
+
+int main(int argc, char** argv) {
+  return fleet::run(argc, argv);
+}
