@@ -232,6 +232,19 @@ TEST_F(Windows, WithoutAValidRecordAIsStartedWhateverItHolds) {
   EXPECT_EQ(sim::boot(device()).started, System::a);
 }
 
+TEST_F(Windows, AHostMakesALostRecordAnew) {
+  break_target();
+  partition("flags").wipe();
+  EXPECT_EQ(sim::boot(device()).started, System::a);
+  EXPECT_EQ(upgrade().result, -1) << "nothing is done without a record";
+  EXPECT_EQ(run_library([] { return vemk_init_flag_partition(); }).result, 0);
+  EXPECT_EQ(run_library(mark_target_unbootable).result, 0);
+  EXPECT_EQ(sim::boot(device()).started, System::a);
+  EXPECT_EQ(upgrade().result, 0);
+  EXPECT_TRUE(oemdata_is_complete());
+  EXPECT_EQ(target_status(), DUALSYSTEM_STATUS_BOOTABLE);
+}
+
 TEST_F(Windows, AFirstInitialisationThatLostItsPowerIsRunAgain) {
   partition("flags").wipe();
   const auto initialise = [] { return vemk_init_flag_partition(); };
