@@ -59,6 +59,11 @@ std::optional<sim::BootRecord> DeviceInUse::record() {
   return copies.chosen() == nullptr ? std::nullopt : std::optional(copies.chosen()->record);
 }
 
+bool DeviceInUse::both_copies_are_valid() {
+  const sim::RecordCopies copies = sim::read_records(twin_.device());
+  return copies.main.valid() && copies.backup.valid();
+}
+
 // In one call of two the power is to go, in one of three something is to fail; not every call gets
 // that far.
 void DeviceInUse::set_troubles() {

@@ -43,6 +43,7 @@ class DeviceInUse {
 
   sim::System running() { return twin_.device().running(); }
   std::optional<sim::BootRecord> record();  // none: no copy is valid
+  bool both_copies_are_valid();
   cuts::TwinDevice& twin() { return twin_; }
 
   // A system is about to be rewritten: until settle() it may hold what it did or `next`.

@@ -71,6 +71,7 @@ System Life::install(const Installed& next) {
   device_.twin().put_package(next.release);
   for (int tries = 1; tries <= kMostTries; ++tries) {
     if (rewrite_once([] { return vemk_dual_upgrade(nullptr); }, next)) {
+      device_.settle(sim::other(device_.running()));
       report_.count_update(static_cast<std::uint64_t>(tries));
       return sim::other(device_.running());
     }
@@ -82,12 +83,8 @@ System Life::install(const Installed& next) {
 bool Life::rewrite_once(const std::function<int()>& function, const Installed& next) {
   const System target = sim::other(device_.running());
   device_.rewrite(target, next);
-  if (!call(function) || sim::other(device_.running()) != target ||
-      !has_status(target, sim::kStatusBootable)) {
-    return false;
-  }
-  device_.settle(target);
-  return true;
+  return call(function) && sim::other(device_.running()) == target &&
+         has_status(target, sim::kStatusBootable);
 }
 
 // Until the device was switched to a release that does not come up, and came back.
@@ -125,11 +122,16 @@ void Life::take_over(System wanted) {
   device_.start();
 }
 
+// With one copy of the record left, the next change of it could lose both: a start mends it.
 bool Life::call(const std::function<int()>& function) {
   if (!device_.record()) {
     mend_record();
   }
-  return device_.call(function);
+  const bool done = device_.call(function);
+  if (device_.record() && !device_.both_copies_are_valid()) {
+    device_.start();
+  }
+  return done;
 }
 
 // Both copies were lost, A was started: the record is made anew, and the other system is not
@@ -154,13 +156,18 @@ bool Life::acknowledged() {
          record->status(device_.running()) == sim::kStatusSuccessful;
 }
 
+// Twice: a bad-block query that fails can make two contents look equal; the second run compares
+// anew.
 void Life::synchronise() {
+  const auto sync = [] { return vemk_dual_sync_system(); };
   for (int tries = 1; tries <= kMostTries; ++tries) {
     const Installed* const running = device_.held(device_.running());
     if (running == nullptr) {
       throw DeviceLost("the running system changed");
     }
-    if (rewrite_once([] { return vemk_dual_sync_system(); }, Installed(*running))) {
+    const Installed copied = *running;
+    if (rewrite_once(sync, copied) && rewrite_once(sync, copied)) {
+      device_.settle(sim::other(device_.running()));
       ++report_.syncs;
       return;
     }

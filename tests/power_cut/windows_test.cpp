@@ -161,6 +161,19 @@ TEST_F(Windows, AFlagsBlockThatFailsItsEraseLeavesOneCopyUntilTheNextStart) {
   EXPECT_EQ(target_status(), DUALSYSTEM_STATUS_UNBOOTABLE);
 }
 
+TEST_F(Windows, ACopyThatCannotBeWrittenIsMissingUntilTheNextStart) {
+  device().faults().add({sim::Op::write, "flags", 2, EIO});
+  EXPECT_EQ(run_library(mark_target_unbootable).result, 0);
+  EXPECT_FALSE(both_copies_are_valid());
+  const sim::Device::Snapshot one_copy = device().snapshot();
+  lose_power(kMainErased, CutKind::after, mark_target_unbootable);
+  EXPECT_FALSE(record_is_left());
+
+  device().restore(one_copy);
+  sim::boot(device());
+  EXPECT_TRUE(both_copies_are_valid());
+}
+
 TEST_F(Windows, AWornMainBlockThatIsNotMarkedBadStopsEveryChange) {
   partition("flags").set_erase_defect(0, sim::EraseDefect::worn);
   EXPECT_EQ(run_library(mark_target_unbootable).result, -1);
@@ -310,6 +323,17 @@ TEST_F(Windows, AnErasedBlockInTheSourceEndsTheCopy) {
   EXPECT_EQ(sync().result, 0);
   EXPECT_EQ(target_status(), DUALSYSTEM_STATUS_BOOTABLE);
   expect_image(partition("kernel2"), sim::Bytes(with_hole.begin(), with_hole.begin() + 2048));
+}
+
+TEST_F(Windows, AFailedBadBlockQueryCanMakeAnErasedTargetCountAsEqual) {
+  partition("kernel").flash(support::pattern(1000));
+  partition("kernel2").wipe();
+  device().faults().add({sim::Op::memgetbadblock, "kernel", 1, EIO});
+  EXPECT_EQ(sync().result, 0);
+  EXPECT_EQ(target_status(), DUALSYSTEM_STATUS_BOOTABLE);
+  expect_image(partition("kernel2"), {});
+  EXPECT_EQ(sync().result, 0);
+  expect_image(partition("kernel2"), support::pattern(1000));
 }
 
 TEST_F(Windows, AWornBlockThatIsNotMarkedBadStopsEveryUpgrade) {
