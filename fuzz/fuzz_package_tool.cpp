@@ -3,6 +3,7 @@
 // What zozale-package does with a package from elsewhere: check, show, and the names it extracts
 // to.
 #include <cstdint>
+#include <optional>
 #include <sstream>
 #include <string>
 
@@ -38,8 +39,8 @@ void show(const zozale::PackageView& package, const zozale::Findings& findings) 
   std::ostringstream out;
   zozale::show_package(out, "fuzz", package);
   zozale::show_package_json(out, "fuzz", package);
-  zozale::show_findings(out, "fuzz", findings);
-  zozale::show_findings_json(out, "fuzz", findings);
+  zozale::show_findings(out, "fuzz", findings, std::nullopt);
+  zozale::show_findings_json(out, "fuzz", findings, std::nullopt);
   require_printable(out.str());
 }
 

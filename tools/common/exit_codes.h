@@ -12,6 +12,7 @@ enum ExitCode : int {
   kExitUsage = 2,        // wrong usage: command line or manifest
   kExitBadPackage = 3,   // the package is bad, or would be if it were made
   kExitDeviceUnfit = 4,  // the device is not fit for the operation
+  kExitExchanged = 5,    // the package was exchanged between check and use
 };
 
 }  // namespace zozale

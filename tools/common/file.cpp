@@ -59,6 +59,10 @@ void read_fully(int fd, const std::string& path, uint64_t offset, void* buffer, 
   }
 }
 
+bool same_time(const timespec& one, const timespec& two) {
+  return one.tv_sec == two.tv_sec && one.tv_nsec == two.tv_nsec;
+}
+
 // The mode that open() would give a new file; mkstemp() gives 0600.
 mode_t mode_of_new_files() {
   const mode_t mask = umask(0);
@@ -122,6 +126,13 @@ bool InputFile::is_same_file(const std::string& path) const {
   struct stat other {};
   return stat(path.c_str(), &other) == 0 && other.st_dev == status_.st_dev &&
          other.st_ino == status_.st_ino;
+}
+
+bool InputFile::is_unchanged() const {
+  struct stat now {};
+  return stat(path_.c_str(), &now) == 0 && now.st_dev == status_.st_dev &&
+         now.st_ino == status_.st_ino && now.st_size == status_.st_size &&
+         same_time(now.st_mtim, status_.st_mtim) && same_time(now.st_ctim, status_.st_ctim);
 }
 
 OutputFile::OutputFile(const std::string& path, Existing existing)

@@ -73,6 +73,9 @@ class InputFile : public ByteSource {
   const std::string& path() const { return path_; }
   // True when `path` leads to this very file.
   bool is_same_file(const std::string& path) const;
+  // False when path() leads to another file by now, or this one was written to since it was opened,
+  // as far as its size and its times tell.
+  bool is_unchanged() const;
 
  private:
   std::string path_;

@@ -12,10 +12,12 @@
 #include "common/error.h"
 #include "common/text.h"
 #include "create.h"
+#include "demand_options.h"
 #include "extract.h"
 #include "manifest.h"
 #include "report.h"
 #include "rules.h"
+#include "sign.h"
 
 namespace {
 
@@ -43,6 +45,7 @@ struct CreateArguments {
 struct ReadArguments {
   std::string package;
   std::string table;
+  zozale::Demands demands;
   bool json = false;
 };
 
@@ -148,10 +151,23 @@ ExitCode run_check(const ReadArguments& arguments) {
     reading = zozale::read_partition_table(arguments.table);
   }
   Findings findings = zozale::table_findings(arguments.table, reading.findings);
+  const zozale::DemandsReading asked = zozale::check_demands(source, arguments.demands);
+  append(findings, asked.findings);
   append(findings, zozale::check_package(source, reading.table ? &*reading.table : nullptr));
   const auto show = arguments.json ? zozale::show_findings_json : zozale::show_findings;
-  show(std::cout, arguments.package, findings);
+  show(std::cout, arguments.package, findings, asked.signer);
   return zozale::has_errors(findings) ? zozale::kExitBadPackage : zozale::kExitDone;
+}
+
+ExitCode run_sign(const zozale::SignPlan& plan) {
+  const zozale::SignResult result = zozale::sign_package(plan);
+  print_to_stderr(result.findings);
+  if (!result.signer) {
+    std::cerr << "zozale-package: refused; nothing was signed\n";
+    return zozale::kExitBadPackage;
+  }
+  zozale::show_signed(std::cout, plan.package, *result.signer, result.out);
+  return zozale::kExitDone;
 }
 
 ExitCode run_extract(const zozale::ExtractPlan& plan) {
@@ -207,6 +223,19 @@ CLI::App* add_reader(CLI::App& app, const std::string& name, const std::string& 
   return command;
 }
 
+CLI::App* add_sign(CLI::App& app, zozale::SignPlan& plan) {
+  CLI::App* sign = app.add_subcommand("sign", "Sign a package with a key and its certificate");
+  sign->add_option("package", plan.package, "Package to sign")->required();
+  sign->add_option("--key", plan.key, "Private key, PEM")->required();
+  sign->add_option("--cert", plan.certificate, "Certificate of the key, PEM")->required();
+  sign->add_option("--chain", plan.chain,
+                   "Certificates that stand between it and the trusted one, PEM");
+  sign->add_option("--passphrase-file", plan.passphrase_file,
+                   "File whose first line opens an encrypted key");
+  sign->add_option("-o,--output", plan.out, "The signature; PACKAGE.p7s if not given");
+  return sign;
+}
+
 CLI::App* add_extract(CLI::App& app, zozale::ExtractPlan& plan) {
   CLI::App* extract = app.add_subcommand("extract", "Take images and extra files out of a package");
   extract->add_option("package", plan.package_path, "Package to read")->required();
@@ -229,12 +258,15 @@ ExitCode run(int argc, char** argv) {
   CreateArguments create_arguments;
   ReadArguments read_arguments;
   zozale::ExtractPlan extract_plan;
+  zozale::SignPlan sign_plan;
   const CLI::App* create = add_create(app, create_arguments);
   const CLI::App* show = add_reader(app, "show", "Show what a package holds", read_arguments);
   CLI::App* check =
       add_reader(app, "check", "Check all that a device would trip over", read_arguments);
   check->add_option("--table", read_arguments.table,
                     "Partition table file to check the names against");
+  zozale::add_demand_options(*check, read_arguments.demands);
+  const CLI::App* sign = add_sign(app, sign_plan);
   add_extract(app, extract_plan);
   try {
     app.parse(argc, argv);
@@ -246,6 +278,9 @@ ExitCode run(int argc, char** argv) {
   }
   if (show->parsed()) {
     return run_show(read_arguments);
+  }
+  if (sign->parsed()) {
+    return run_sign(sign_plan);
   }
   return check->parsed() ? run_check(read_arguments) : run_extract(extract_plan);
 }

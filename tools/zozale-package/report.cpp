@@ -5,6 +5,7 @@
 
 #include "common/text.h"
 #include "rules.h"
+#include "signer_json.h"
 
 namespace zozale {
 namespace {
@@ -136,16 +137,21 @@ void show_package_json(std::ostream& out, const std::string& path, const Package
                    {"extras", entries_json(package.extras)}});
 }
 
-void show_findings(std::ostream& out, const std::string& path, const Findings& findings) {
+void show_findings(std::ostream& out, const std::string& path, const Findings& findings,
+                   const std::optional<Signer>& signer) {
   for (const Finding& finding : findings) {
     out << to_line(finding) << '\n';
+  }
+  if (signer) {
+    out << "signed by " << signer->subject << ", trusted by " << signer->anchor << '\n';
   }
   out << in_quotes(path) << (has_errors(findings) ? " is BAD: " : " is good: ")
       << plural(count(findings, Severity::kError), "error") << ", "
       << plural(count(findings, Severity::kWarning), "warning") << '\n';
 }
 
-void show_findings_json(std::ostream& out, const std::string& path, const Findings& findings) {
+void show_findings_json(std::ostream& out, const std::string& path, const Findings& findings,
+                        const std::optional<Signer>& signer) {
   Json list = Json::array();
   for (const Finding& finding : findings) {
     list.push_back({{"severity", severity_name(finding.severity)},
@@ -153,12 +159,22 @@ void show_findings_json(std::ostream& out, const std::string& path, const Findin
                     {"value", finding.value},
                     {"text", finding.text}});
   }
-  write_json(out, {{"schema", kSchema},
-                   {"file", path},
-                   {"good", !has_errors(findings)},
-                   {"errors", count(findings, Severity::kError)},
-                   {"warnings", count(findings, Severity::kWarning)},
-                   {"findings", list}});
+  Json json = {{"schema", kSchema},
+               {"file", path},
+               {"good", !has_errors(findings)},
+               {"errors", count(findings, Severity::kError)},
+               {"warnings", count(findings, Severity::kWarning)},
+               {"findings", list}};
+  if (signer) {
+    json["signature"] = signer_json(*signer);
+  }
+  write_json(out, json);
+}
+
+void show_signed(std::ostream& out, const std::string& path, const Signer& signer,
+                 const std::string& signature) {
+  out << "signed " << in_quotes(path) << " as " << signer.subject << ", whose certificate is valid "
+      << "until " << signer.valid_until << ": " << in_quotes(signature) << '\n';
 }
 
 void show_created(std::ostream& out, const std::string& path, const CreatedPackage& package) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "zozale/failure.h"
 
+#include "common/refused.h"
 #include "upi_log.h"
 
 namespace zozale::tool {
@@ -15,6 +16,10 @@ std::string part(const std::string& title, const std::string& text) {
 Trouble trouble_of(const Error& error) {
   if (const auto* failure = dynamic_cast<const Failure*>(&error)) {
     return failure->trouble();
+  }
+  if (const auto* refusal = dynamic_cast<const Refused*>(&error)) {
+    const Fault& fault = refusal->fault();
+    return {fault.what, fault.expected, fault.found, fault.next, refusal->also()};
   }
   return {error.what(), "it to succeed", "it failed",
           "put right what the message names, then run the command again"};

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "zozale/authenticity.h"
 #include "zozale/command_line.h"
 #include "zozale/flags.h"
 #include "zozale/session.h"
@@ -27,10 +28,10 @@ uint64_t image_bytes(const PackageView& package) {
   return sum;
 }
 
-Upgrade upgrade_by_library(Session& session, UpgradeSteps& steps) {
+Upgrade upgrade_by_library(Session& session, Follower& follower) {
   Upgrade upgrade;
   z_upgrade_flush_status_t flush = {&upgrade.status, nullptr};
-  upgrade.result = session.library.run([&flush] { return vemk_dual_upgrade(&flush); }, &steps);
+  upgrade.result = session.library.run([&flush] { return vemk_dual_upgrade(&flush); }, &follower);
   return upgrade;
 }
 
@@ -84,13 +85,18 @@ Plan prepare(const PackageFile& package, System target, Compare compare) {
 void run_upgrade(Session& session, const PackageFile& package, System target, Display& display) {
   Meter meter(monotonic_seconds);
   VerifySteps verification(meter, display, package.view);
+  plan_same_package(meter, package, 1);
   plan_upgrade_work(meter, image_bytes(package.view));
+  plan_authentic_outcome(meter, package);
   verify_by_library(session, package, verification, target);
   const Plan plan = prepare(package, target, Compare::kNo);
   require_room(plan);
+  require_same_package(package, meter, display);
   UpgradeSteps steps(meter, display, plan);
-  const Upgrade upgrade = upgrade_by_library(session, steps);
+  PartitionWitness witness(steps);
+  const Upgrade upgrade = upgrade_by_library(session, witness);
   record_outcome(session.report, plan, steps.written());
+  require_authentic_outcome(session, package, plan, witness, upgrade.succeeded(), meter, display);
   if (!upgrade.succeeded()) {
     throw upgrade_failure(session.library, steps, target);
   }
@@ -119,12 +125,8 @@ ExitCode install(Session& session) {
   if (!dry) {
     require_store();
   }
-  const PackageFile package = open_package();
   session.report.data()["dry_run"] = dry;
-  session.report.data()["package"] = to_json(package.view);
-  for (const std::string& warning : package.warnings) {
-    session.report.warn(warning);
-  }
+  const PackageFile package = take_package(session);
   // A dry run does not ask the library, which would write its log.
   const System target =
       other(require_running(dry ? running_by_command_line() : session.library.running()));

@@ -7,6 +7,7 @@
 #include <functional>
 
 #include "common/exit_codes.h"
+#include "zozale-package/demand_options.h"
 #include "zozale/capture.h"
 #include "zozale/session.h"
 
@@ -40,7 +41,7 @@ CommandLine::CommandLine() {
   app_.require_subcommand(0, 1);
   app_.footer(
       "Exit codes: 0 done, 1 the operation failed, 2 wrong usage, 3 the package is bad,\n"
-      "4 the device is not fit.");
+      "4 the device is not fit, 5 the package was exchanged between check and use.");
   add_package_commands();
   add_boot_commands();
   add_observers();
@@ -64,11 +65,15 @@ void CommandLine::add_system(CLI::App* command) {
 }
 
 void CommandLine::add_package_commands() {
-  add("verify", "Verify the package at its place on this device", zozale::tool::verify);
+  add_demand_options(
+      *add("verify", "Verify the package at its place on this device", zozale::tool::verify),
+      options_.demands);
   add("type", "Tell which partitions the package carries", zozale::tool::show_type);
-  add("install", "Verify the package and install it into the system that does not run",
-      zozale::tool::install)
-      ->add_flag("--dry-run", options_.dry_run, "Show the plan; write nothing");
+  CLI::App* install_command =
+      add("install", "Verify the package and install it into the system that does not run",
+          zozale::tool::install);
+  install_command->add_flag("--dry-run", options_.dry_run, "Show the plan; write nothing");
+  add_demand_options(*install_command, options_.demands);
   add("sync", "Make the system that does not run a copy of the running one", zozale::tool::sync)
       ->add_flag("--dry-run", options_.dry_run, "Show the plan; write nothing");
 }

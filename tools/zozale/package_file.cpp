@@ -3,6 +3,7 @@
 
 #include <unistd.h>
 
+#include "common/certificate.h"
 #include "common/text.h"
 #include "zozale-package/check.h"
 #include "zozale/content.h"
@@ -18,6 +19,16 @@ InputFile open_file() {
                                     "no such file", "put the package there"});
   }
   return InputFile(UPGRADE_PACKAGE_PATH);
+}
+
+CertificateFile require_trusted_certificates(const std::string& path) {
+  try {
+    return read_certificates(path);
+  } catch (const Error& error) {
+    throw Failure(kExitDeviceUnfit,
+                  {error.what(), "trusted certificates in PEM in " + printable(path), "none to use",
+                   "put the certificates that packages are signed under there"});
+  }
 }
 
 std::string in_one_line(const Finding& finding) {
@@ -84,15 +95,21 @@ Failure damage(const StatedDigest& stated, const Digest& found) {
 
 }  // namespace
 
-PackageFile open_package() {
+PackageFile open_package(const Demands& demands) {
   InputFile file = open_file();
+  std::optional<Authentic> authentic;
+  if (demands.signature_asked()) {
+    authentic = require_signature(file, require_trusted_certificates(demands.trust), demands);
+  }
   PackageReading reading = read_package(file);
   if (!reading.package) {
     require_sound(reading.findings);
   }
   PackageView view = std::move(*reading.package);
+  require_plat(view, demands);
+  require_version(view, demands);
   std::vector<std::string> warnings = require_sound(check_structure(view, nullptr));
-  return {std::move(file), std::move(view), std::move(warnings)};
+  return {std::move(file), std::move(view), std::move(warnings), std::move(authentic)};
 }
 
 void check_digests(const PackageFile& package) {
@@ -125,6 +142,7 @@ Json to_json(const PackageView& package) {
           {"bytes", package.file_size},
           {"type", upgrade_type_word(package.head.upgrade_type)},
           {"version", package.head.upgrade_package_version},
+          {"plat", package.head.plat},
           {"version_from", field_text(package.head.version_src)},
           {"version_to", field_text(package.head.version_dst)}};
 }

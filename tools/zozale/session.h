@@ -7,6 +7,7 @@
 #include <string>
 
 #include "common/exit_codes.h"
+#include "zozale-package/demands.h"
 #include "zozale/library.h"
 #include "zozale/report.h"
 
@@ -22,6 +23,7 @@ struct Options {
   bool force = false;     // init-flags
   std::string system;     // switch, mark: "A" or "B"
   std::string health;     // mark
+  Demands demands;        // verify, install
   double interval = 1.0;  // watch: seconds between two looks at the store
   double timeout = 0.0;   // watch: seconds without a change until it gives up; 0: never
 };

@@ -3,6 +3,7 @@
 
 #include "common/text.h"
 #include "upi_public.h"
+#include "zozale/authenticity.h"
 #include "zozale/failure.h"
 #include "zozale/mtd.h"
 #include "zozale/store.h"
@@ -69,6 +70,7 @@ void require_partitions(const PackageView& package, System target) {
 
 [[noreturn]] void explain(const Library& library, const PackageFile& package,
                           const VerifySteps& steps, System target) {
+  require_unchanged(package);
   const FailureTrail& trail = library.trail();
   if (trail.mentions("verify_partition_mtd: ")) {
     require_partitions(package.view, target);
@@ -94,16 +96,14 @@ void verify_by_library(Session& session, const PackageFile& package, VerifySteps
 
 ExitCode verify(Session& session) {
   require_store();
-  const PackageFile package = open_package();
+  const PackageFile package = take_package(session);
   const System running = require_running(session.library.running());
-  session.report.data()["package"] = to_json(package.view);
-  for (const std::string& warning : package.warnings) {
-    session.report.warn(warning);
-  }
   Meter meter(monotonic_seconds);
   Display display(Display::style_for(session.options.json, session.options.verbose));
   VerifySteps steps(meter, display, package.view);
+  plan_same_package(meter, package, 1);
   verify_by_library(session, package, steps, other(running));
+  require_same_package(package, meter, display);
   meter.finish();
   display.show(meter.reading());
   display.end();
