@@ -7,8 +7,7 @@
 #include <termios.h>
 #include <unistd.h>
 
-#include "support.h"
-#include "tests/pki/pki.h"
+#include "signing_test.h"
 
 namespace package_test {
 namespace {
@@ -24,29 +23,8 @@ void wait_for_silence(int terminal) {
   }
 }
 
-class SignTest : public FolderTest {
+class SignTest : public SigningTest {
  protected:
-  SignTest() {
-    RawPackage package;
-    package.head.upgrade_type = 1;
-    package.partition("kernel", image_without_zero_byte(500)).layout();
-    write("p", package.bytes());
-    write("root.pem", root_.pem());
-    write_signer(release_);
-  }
-  void write_signer(const Identity& signer, const std::string& passphrase = "") const {
-    write("cert.pem", signer.pem());
-    write("key.pem", signer.key_pem(passphrase));
-    fs::permissions(path("key.pem"), fs::perms::owner_read | fs::perms::owner_write);
-  }
-  RunResult run(const std::vector<std::string>& arguments) const {
-    return run_tool(folder(), arguments);
-  }
-  RunResult sign(const std::vector<std::string>& more = {}) const {
-    std::vector<std::string> arguments = {"sign", "p", "--key", "key.pem", "--cert", "cert.pem"};
-    arguments.insert(arguments.end(), more.begin(), more.end());
-    return run(arguments);
-  }
   // Signs, expects the exit code and the text, and that no signature was made.
   void expect_refused(int code, const std::string& text,
                       const std::vector<std::string>& more = {}) const {
@@ -56,10 +34,6 @@ class SignTest : public FolderTest {
     EXPECT_EQ(refused.out, "");
     EXPECT_FALSE(fs::exists(path("p.p7s")));
   }
-  bool is_trusted() const { return run({"check", "p", "--trust", "root.pem"}).exit_code == 0; }
-
-  const Identity root_{pki::authority("Root")};
-  const Identity release_ = root_.issue(pki::Wish());
 };
 
 TEST_F(SignTest, PutsASignatureBesideThePackage) {
@@ -111,25 +85,6 @@ TEST_F(SignTest, SignsWithRsaToo) {
   wish.rsa_bits = 2048;
   write_signer(root_.issue(wish));
   ASSERT_EQ(sign().exit_code, 0);
-  EXPECT_TRUE(is_trusted());
-}
-
-TEST_F(SignTest, OpensslAgrees) {
-  ASSERT_EQ(sign().exit_code, 0);
-  const std::string verify = "cd '" + folder().string() +
-                             "' && openssl cms -verify -binary -inform DER -in p.p7s -content p "
-                             "-CAfile root.pem -purpose any -out verified 2>/dev/null";
-  EXPECT_EQ(system(verify.c_str()), 0);
-  EXPECT_EQ(read_bytes(path("verified")), read_bytes(path("p")));
-  write("p", read_bytes(path("p")) + "x");
-  EXPECT_NE(system(verify.c_str()), 0);
-}
-
-TEST_F(SignTest, TakesWhatOpensslSigned) {
-  const std::string sign = "cd '" + folder().string() +
-                           "' && openssl cms -sign -binary -md sha512 -outform DER -signer "
-                           "cert.pem -inkey key.pem -in p -out p.p7s";
-  ASSERT_EQ(system(sign.c_str()), 0);
   EXPECT_TRUE(is_trusted());
 }
 

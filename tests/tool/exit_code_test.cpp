@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The table of exit codes in zozale(1): each code, and each of its reasons that the table names.
+// The table of exit codes in zozale(1): each code, and each of its reasons that the table names. An
+// exchanged package has a test of its own.
 #include "tool_test.h"
 
 namespace tool {
@@ -104,6 +105,10 @@ INSTANTIATE_TEST_SUITE_P(
         Reason{1, Break::kFlash, {"init-flags", "--force"}},
         Reason{2, Break::kNothing, {"upgrade"}}, Reason{2, Break::kNothing, {"init-flags"}},
         Reason{3, Break::kPackage, {"verify"}}, Reason{3, Break::kPackage, {"install"}},
+        Reason{2, Break::kNothing, {"install", "--time", "signing"}},
+        Reason{3, Break::kNothing, {"install", "--plat", "1"}},
+        Reason{3, Break::kNothing, {"verify", "--min-version", "2"}},
+        Reason{4, Break::kNothing, {"verify", "--trust", "/etc_ro/none.pem"}},
         Reason{3, Break::kNoPackage, {"install"}}, Reason{3, Break::kNoPackage, {"type"}},
         Reason{4, Break::kPartition, {"install"}}, Reason{4, Break::kPartition, {"sync"}},
         Reason{4, Break::kKind, {"sync"}}, Reason{4, Break::kRoom, {"install"}},

@@ -7,6 +7,7 @@
 #include <set>
 #include <sstream>
 
+#include "tests/pki/pki.h"
 #include "tool_test.h"
 
 namespace tool {
@@ -70,6 +71,8 @@ class JsonPageTest : public ToolTest {
     }
     run({"install", "--dry-run"});
     run({"sync", "--dry-run"});
+    run({"verify", "--trust", "/etc_ro/trust.pem"});
+    run({"install", "--trust", "/etc_ro/trust.pem"});
     run({"switch", "B"});
     run({"mark", "B", "successful"});
     run({"init-flags", "--force"});
@@ -89,7 +92,12 @@ bool is_parent(const std::string& member, const Members& members) {
 TEST_F(JsonPageTest, NamesWhatIsPrintedAndNothingElse) {
   device().partition("kernel").poke(6 * device().partition("kernel").block_size(),
                                     support::bytes("hidden"));
-  put_package(support::system_package(kImageSize));
+  const sim::Bytes package = support::system_package(kImageSize).bytes();
+  put_package(package);
+  const pki::Identity release{pki::Wish()};
+  device().write_file("/etc_ro/trust.pem", support::bytes(release.pem()));
+  device().write_file(std::string(support::kPackagePath) + ".p7s",
+                      support::bytes(pki::sign({package.begin(), package.end()}, {release})));
   run_all();
   device().store().put("fota_ab_upgrade_status", "3");
   run({"watch", "--interval", "0.01", "--timeout", "0.02"});

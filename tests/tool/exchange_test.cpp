@@ -1,0 +1,189 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// A package that is exchanged between check and use, at each moment at which that matters.
+#include "tests/pki/pki.h"
+#include "tool_test.h"
+
+namespace tool {
+namespace {
+
+constexpr const char* kTrust = "/etc_ro/trust.pem";
+constexpr const char* kFolder = "/cache/ovu_fota_ab";
+constexpr const char* kOther = "/cache/other.package";
+
+// The library's word for each moment, as the store gets it.
+constexpr const char* kVerifying = "0";
+constexpr const char* kVerified = "1";
+constexpr const char* kUpgrading = "3";
+constexpr const char* kUpgraded = "4";
+
+class ExchangeTest : public ToolTest {
+ protected:
+  ExchangeTest() {
+    const pki::Identity release{pki::Wish()};
+    const sim::Bytes bytes = package_.bytes();
+    put_package(bytes);
+    device().write_file(kTrust, support::bytes(release.pem()));
+    device().write_file(std::string(support::kPackagePath) + ".p7s",
+                        support::bytes(pki::sign({bytes.begin(), bytes.end()}, {release})));
+    // Good in itself, but nobody has signed it.
+    other_.partitions[1].data = support::pattern(kImageSize, 666);
+    put_other(other_);
+  }
+
+  void put_other(const support::PackageFile& package) {
+    device().write_file(kOther, package.bytes());
+  }
+
+  // Runs zozale while the store does each action at its moment.
+  Ended run_while(const Arguments& arguments,
+                  const std::vector<std::pair<std::string, std::string>>& actions) {
+    std::string moments;
+    Arguments command = {"/usr/bin/env"};
+    for (const auto& [moment, action] : actions) {
+      command.push_back("EXCHANGE_" + std::to_string(moments.size()) + "=" + action);
+      moments += moment;
+    }
+    command.push_back("EXCHANGE_AT=" + moments);
+    command.emplace_back(DEVICE_TOOL_WITH_EXCHANGES);
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    return run_on_device(command);
+  }
+  static std::string exchange() {
+    return std::string(kOther) + " " + std::string(support::kPackagePath);
+  }
+
+  void expect_nothing_erased(const Ended& run, std::uint64_t before) {
+    EXPECT_EQ(run.status, 5) << run;
+    EXPECT_TRUE(run.complains("zozale: the package was exchanged after it was checked\n")) << run;
+    EXPECT_TRUE(run.complains("next:     nothing was erased; find out what writes to ")) << run;
+    EXPECT_EQ(erases(), before) << run;
+  }
+  void expect_taken_back(const Ended& run, const std::string& found) {
+    EXPECT_EQ(run.status, 5) << run;
+    EXPECT_TRUE(run.complains("zozale: the package was exchanged while it was installed\n")) << run;
+    EXPECT_TRUE(run.complains("found:    " + found)) << run;
+    EXPECT_TRUE(run.complains("next:     system B was marked unbootable; ")) << run;
+    EXPECT_EQ(record().status(sim::System::b), sim::kStatusUnbootable);
+    EXPECT_EQ(record().status(sim::System::a), sim::kStatusBootable);
+  }
+
+  support::PackageFile package_ = support::system_package(kImageSize);
+  support::PackageFile other_ = package_;
+};
+
+TEST_F(ExchangeTest, WithoutAnExchangeAllIsWell) {
+  const Ended run = run_while({"install", "--trust", kTrust}, {});
+  EXPECT_EQ(run.status, 0) << run;
+}
+
+TEST_F(ExchangeTest, BeforeTheLibraryVerifies) {
+  const std::uint64_t before = erases();
+  expect_nothing_erased(run_while({"install", "--trust", kTrust}, {{kVerifying, exchange()}}),
+                        before);
+}
+
+TEST_F(ExchangeTest, AfterTheLibraryHasVerified) {
+  const std::uint64_t before = erases();
+  expect_nothing_erased(run_while({"install", "--trust", kTrust}, {{kVerified, exchange()}}),
+                        before);
+}
+
+TEST_F(ExchangeTest, VerifyNoticesItToo) {
+  const std::uint64_t before = erases();
+  expect_nothing_erased(run_while({"verify", "--trust", kTrust}, {{kVerified, exchange()}}),
+                        before);
+}
+
+TEST_F(ExchangeTest, ByOneThatTheLibraryRefuses) {
+  other_.partitions[0].hash = support::sha512(support::bytes("something else"));
+  put_other(other_);
+  const std::uint64_t before = erases();
+  expect_nothing_erased(run_while({"install", "--trust", kTrust}, {{kVerifying, exchange()}}),
+                        before);
+}
+
+TEST_F(ExchangeTest, ByBytesInTheSameFile) {
+  const std::uint64_t before = erases();
+  expect_nothing_erased(run_while({"install", "--trust", kTrust},
+                                  {{kVerified, "+" + std::string(support::kPackagePath)}}),
+                        before);
+}
+
+// Even when nobody asks for a signature the library gets no other package than the one whose
+// structure was looked at.
+TEST_F(ExchangeTest, WithoutASignature) {
+  const std::uint64_t before = erases();
+  expect_nothing_erased(run_while({"install"}, {{kVerified, exchange()}}), before);
+}
+
+TEST_F(ExchangeTest, WhenTheUpgradeBegins) {
+  expect_taken_back(run_while({"install", "--trust", kTrust}, {{kUpgrading, exchange()}}),
+                    "another file, or one that was written to\n");
+}
+
+TEST_F(ExchangeTest, WhenTheUpgradeHasEnded) {
+  expect_taken_back(run_while({"install", "--trust", kTrust}, {{kUpgraded, exchange()}}),
+                    "another file, or one that was written to\n");
+}
+
+// The file's own times tell nothing when its whole folder goes away and comes back.
+TEST_F(ExchangeTest, ThereAndBackAgain) {
+  const auto copy_log_folder = [this](const std::string& folder) {
+    device().write_file(folder + "/upgrade.package", other_.bytes());
+  };
+  copy_log_folder("/cache/second");
+  const std::string away = std::string(kFolder) + " /cache/first";
+  const std::string there = "/cache/second " + std::string(kFolder);
+  const std::string off = std::string(kFolder) + " /cache/second";
+  const std::string back = "/cache/first " + std::string(kFolder);
+
+  const Ended run =
+      run_while({"install", "--trust", kTrust},
+                {{kUpgrading, away}, {kUpgrading, there}, {kUpgraded, off}, {kUpgraded, back}});
+
+  expect_taken_back(run, "another image in rootfs2");
+}
+
+TEST_F(ExchangeTest, ThereAndBackAgainWithPartitionsThatNobodySigned) {
+  device().remove_file(kOther);
+  support::PackageFile small = package_;
+  small.upgrade_type = 1;
+  small.partitions.resize(1);
+  const sim::Bytes bytes = small.bytes();
+  const pki::Identity release{pki::Wish()};
+  put_package(bytes);
+  device().write_file(kTrust, support::bytes(release.pem()));
+  device().write_file(std::string(support::kPackagePath) + ".p7s",
+                      support::bytes(pki::sign({bytes.begin(), bytes.end()}, {release})));
+  device().write_file("/cache/second/upgrade.package", other_.bytes());
+  const std::string folder = kFolder;
+
+  const Ended run =
+      run_while({"install", "--trust", kTrust}, {{kUpgrading, folder + " /cache/first"},
+                                                 {kUpgrading, "/cache/second " + folder},
+                                                 {kUpgraded, folder + " /cache/second"},
+                                                 {kUpgraded, "/cache/first " + folder}});
+
+  expect_taken_back(run, "the partition rootfs written out of its turn\n");
+}
+
+TEST_F(ExchangeTest, ATargetThatCannotBeTakenBackIsNamed) {
+  device().clear_counts();
+  ASSERT_EQ(run_while({"install", "--trust", kTrust}, {}).status, 0);
+  // Nothing is left to write, so the flags are all that is erased; the last time is the taking
+  // back.
+  device().clear_counts();
+  ASSERT_EQ(run_while({"install", "--trust", kTrust}, {}).status, 0);
+  device().faults().add(
+      {sim::Op::memerase, "flags", device().count(sim::Op::memerase) + 1, EIO, true, std::nullopt});
+
+  const Ended run = run_while({"install", "--trust", kTrust}, {{kUpgraded, exchange()}});
+
+  EXPECT_EQ(run.status, 5) << run;
+  EXPECT_TRUE(run.complains("system B COULD NOT be marked unbootable: do not switch to it; "))
+      << run;
+}
+
+}  // namespace
+}  // namespace tool
