@@ -43,8 +43,9 @@ def summary(mib, bad, rounds):
     return row
 
 
-def measure(build, cases):
-    print("in the emulated machine ...", file=sys.stderr, flush=True)
-    subprocess.run([HERE / "guest" / "measure", build, *cases], check=True)
+def measure(build, case):
+    """Rows of one machine; a case is MIB:BAD_PERCENT:ROUNDS."""
+    print(f"in the emulated machine: {case} ...", file=sys.stderr, flush=True)
+    subprocess.run([HERE / "guest" / "measure", build, case], check=True)
     console = (build / "bench-guest" / "console-a").read_text(errors="replace")
     return [summary(mib, bad, rounds) for (mib, bad), rounds in parse(console).items()]
