@@ -52,7 +52,7 @@ def measure_all(build, out, plan, wanted, results):
     for mib, bad_percent in plan["instructions"] + plan["counts"]:
         if wanted and f"{mib}:{bad_percent}" not in wanted:
             continue
-        rows = measure(build, build / "bench", mib, bad_percent,
+        rows = measure(build, build / "bench" / f"{mib}-{bad_percent}", mib, bad_percent,
                        (mib, bad_percent) in plan["instructions"])
         others = [row for row in results["cells"]
                   if (row["mib"], row["bad_percent"]) != (mib, bad_percent)]
