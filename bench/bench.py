@@ -5,8 +5,8 @@
 Usage: bench.py BUILD OUT [--quick | --again CELL...]
 
 Writes OUT/results.json and OUT/plots/ and prints one table. --quick takes small partitions and
-leaves the emulated machine out. A CELL is MIB:BAD_PERCENT or "guest"; all others are taken from
-the results that are there.
+leaves the emulated machine out. A CELL is MIB:BAD_PERCENT, "guest" or "delays"; all others are taken
+from the results that are there.
 """
 
 import argparse
@@ -21,9 +21,11 @@ import table
 from measure import Cell
 
 FULL = {"instructions": [(mib, bad) for mib in (8, 32, 128) for bad in (0, 1, 5)],
-        "counts": [(2, 0), (4, 0), (16, 0), (64, 0), (32, 2), (32, 3)],
-        "guest": ["8:0:5", "8:1:5", "8:5:5", "32:0:3", "32:1:3", "32:5:3"]}
-QUICK = {"instructions": [(2, 0), (2, 15), (4, 0)], "counts": [(1, 0), (8, 0)], "guest": []}
+        "counts": [(2, 0), (4, 0), (16, 0), (64, 0), (8, 2), (8, 3), (32, 2), (32, 3)],
+        "guest": ["8:0:2", "8:1:2", "8:5:1", "32:0:1", "32:1:1"],
+        "delays": 4}
+QUICK = {"instructions": [(2, 0), (2, 15), (4, 0)], "counts": [(1, 0), (8, 0)], "guest": [],
+         "delays": None}
 
 
 def rounds_of(mib):
@@ -65,6 +67,9 @@ def measure_all(build, out, plan, wanted, results):
             [row for row in results["guest"] if (row["mib"], row["bad"]) not in places] + rows,
             key=lambda row: (row["mib"], row["bad"]))
         save(out / "results.json", results)
+    if plan["delays"] and (not wanted or "delays" in wanted):
+        results["delays"] = guest.measure_delays(build, plan["delays"])
+        save(out / "results.json", results)
 
 
 def arguments():
@@ -79,7 +84,7 @@ def arguments():
 def main():
     given = arguments()
     file = given.out / "results.json"
-    results = {"cells": [], "guest": []}
+    results = {"cells": [], "guest": [], "delays": None}
     if given.again and file.exists():
         results = json.loads(file.read_text())
     measure_all(given.build, given.out, QUICK if given.quick else FULL, given.again, results)

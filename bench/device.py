@@ -50,7 +50,7 @@ class Device:
         self.path = self.folder / "device"
         used = size_mib * MIB // BLOCK
         self.blocks = used + max(used // 5, 4)
-        self.bad = self.blocks * bad_percent // 100
+        self.bad = max(self.blocks * bad_percent // 100, bad_percent > 0)
         self.bad_blocks = []  # of each of the two partitions
         shutil.rmtree(self.folder, ignore_errors=True)
         self.folder.mkdir(parents=True)

@@ -7,7 +7,11 @@ import statistics
 import subprocess
 import sys
 
+from model import Flash, fresh_install
+
 HERE = pathlib.Path(__file__).parent
+PAGES_PER_BLOCK = 64
+RECORD_BLOCKS = 4  # of the boot flag record, written during an installation
 INSTALLERS = ("library", "floor", "mtd_utils", "updater")
 
 
@@ -43,9 +47,26 @@ def summary(mib, bad, rounds):
     return row
 
 
-def measure(build, case):
-    """Rows of one machine; a case is MIB:BAD_PERCENT:ROUNDS."""
+def boot(build, case):
     print(f"in the emulated machine: {case} ...", file=sys.stderr, flush=True)
     subprocess.run([HERE / "guest" / "measure", build, case], check=True)
-    console = (build / "bench-guest" / "console-a").read_text(errors="replace")
-    return [summary(mib, bad, rounds) for (mib, bad), rounds in parse(console).items()]
+    return parse((build / "bench-guest" / "console-a").read_text(errors="replace"))
+
+
+def measure(build, case):
+    """Rows of one machine; a case is MIB:BAD_PERCENT:ROUNDS."""
+    return [summary(mib, bad, rounds) for (mib, bad), rounds in boot(build, case).items()]
+
+
+def measure_delays(build, mib):
+    """What an installation takes longer when nandsim takes a flash part's time, measured and by
+    the formula."""
+    (taken,) = (rounds["1"] for rounds in boot(build, f"{mib}:0:1:delays").values())
+    seconds, erases, programs = taken["library_delayed"]
+    used = programs // PAGES_PER_BLOCK
+    counts = fresh_install(used, erases - used, [])
+    counts.erases += RECORD_BLOCKS
+    counts.programs += RECORD_BLOCKS * PAGES_PER_BLOCK
+    by_formula = Flash().seconds(counts)
+    return {"mib": mib, "measured": seconds - taken["library"][0],
+            "by_formula": sum(by_formula[part] for part in ("reading", "programming", "erasing"))}

@@ -78,6 +78,10 @@ def text(results):
               f"  {'MiB':>4}{'bad':>5}{'queries':>14}{'counted':>14}{'erases':>8}{'counted':>8}"
               f"{'pages':>9}{'counted':>9}{'':9}{'by datasheet':>9}"]
     lines += model_lines(results["cells"])
+    if results.get("delays"):
+        delays = results["delays"]
+        lines += ["", f"Installing {delays['mib']} MiB takes {delays['measured']:.2f} s longer when nandsim"
+                  f" takes a flash part's time; by formula {delays['by_formula']:.2f} s"]
     lines += ["", "By the same datasheet, bad block queries take of an installation's time"]
     lines += [f"  {share:4.0%} from an image of {where_it_matters(share)} MiB on"
               for share in (0.1, 0.25, 0.5)]

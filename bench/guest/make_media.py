@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: Apache-2.0
 """make_media.py ZOZALE_PACKAGE FOLDER CASE...: makes what the guest installs. A CASE is
-MIB:BAD_PERCENT:ROUNDS; an image of MIB fills all but a fifth of its partition."""
+MIB:BAD_PERCENT:ROUNDS; an image of MIB fills all but a fifth of its partition. With ":delays" behind
+it the library alone installs, without and with the delays of a flash part."""
 
 import hashlib
 import pathlib
@@ -23,6 +24,11 @@ system_type=0
 partition_type=0
 [Oem_Partition_Info]
 """
+
+# Of nandsim: microseconds a page, a page, milliseconds a block, nanoseconds a byte out and in. It
+# takes those of model.py's Flash.
+DELAYS = ("do_delays=1 access_delay=25 programm_delay=200 erase_delay=2 output_cycle=50 "
+          "input_cycle=50")
 
 # What the updater is told: this image to this partition. It cannot write raw NAND on the way.
 DESCRIPTION = """software =
@@ -73,22 +79,26 @@ def make_folder(tool, folder, mib):
     make_update(path, data)
 
 
-def case_line(mib, bad_percent, rounds):
+def case_lines(mib, bad_percent, rounds, *delays):
     used = mib * MIB // BLOCK
     blocks = used + max(used // 5, 4)
-    bad = sorted(random.Random(1).sample(range(blocks), blocks * bad_percent // 100))
-    return f"{mib} {blocks} {rounds} {','.join(map(str, bad))}\n"
+    count = max(blocks * bad_percent // 100, bad_percent > 0)
+    bad = sorted(random.Random(1).sample(range(blocks), count))
+    case = f"{mib} {blocks} {rounds} {','.join(map(str, bad)) or '-'}"
+    if delays:
+        return f"{case} library\n{case} library {DELAYS}\n"
+    return f"{case} library,mtd_utils,updater,floor\n"
 
 
 def main():
     tool, folder = sys.argv[1], pathlib.Path(sys.argv[2])
-    cases = [tuple(map(int, case.split(":"))) for case in sys.argv[3:]]
+    cases = [(*map(int, case.split(":")[:3]), *case.split(":")[3:]) for case in sys.argv[3:]]
     folder.mkdir(parents=True)
     (folder / "table.conf").write_text(TABLE)
     make_certificate(folder)
-    for mib in sorted({mib for mib, _, _ in cases}):
+    for mib in sorted({case[0] for case in cases}):
         make_folder(tool, folder, mib)
-    (folder / "cases").write_text("".join(case_line(*case) for case in cases))
+    (folder / "cases").write_text("".join(case_lines(*case) for case in cases))
 
 
 main()
