@@ -66,6 +66,44 @@ def set_byte(data, at, value):
     return data
 
 
+def faulty(device, toml):
+    """The device with a fault for the next program on it."""
+    (device.path / "faults.toml").write_text(toml)
+    return device
+
+
+def fault(op, where, at, errno="EIO"):
+    return f'[[fault]]\noperation = "{op}"\nwhere = "{where}"\nat = {at}\nerrno = "{errno}"\n'
+
+
+PACKAGE_PATH = "/cache/ovu_fota_ab/" + PACKAGE
+TABLE_PATH = "/etc_ro/systemPartitionInfo.conf"
+WORN = '[[block]]\npartition = "rootfs2"\nblock = 1\ndefect = "worn"\n'
+
+# What fails, the call, its result, what it leaves open besides the log.
+FAULTS = [
+    ("a flags node that cannot be opened", fault("open", "flags", 2, "EMFILE"), "install", 1, []),
+    ("a record that cannot be read", fault("read", "flags", 1), "sync", 1, []),
+    ("a record that cannot be written", fault("write", "flags", 1), "install", 0, []),
+    ("a target without a geometry", fault("MEMGETINFO", "rootfs2", 1), "install", 1, []),
+    ("a target that cannot be read", fault("read", "rootfs2", 20), "install", 0, []),
+    ("a target that cannot be written", fault("write", "rootfs2", 3), "install", 1, []),
+    ("a source that cannot be read", fault("read", "rootfs", 12), "sync", 1, []),
+    ("a target that stays protected", fault("protect-lift", "rootfs2", 1, "EPERM"), "sync", 1, []),
+    ("a worn block", WORN, "install", 1, []),
+    ("a head that cannot be read", fault("read", PACKAGE_PATH, 2), "install", 1, [PACKAGE]),
+    ("a file that cannot be closed", fault("close", PACKAGE_PATH, 1), "install", 0, []),
+    ("a table that cannot be opened", fault("fopen", TABLE_PATH, 1, "EACCES"), "install", 1, []),
+    ("a table that cannot be read", fault("stream-read", TABLE_PATH, 1), "sync", 1, []),
+]
+
+
+def check_faults():
+    device = Device(PROGRAMS, WORK / "faulty", 1, bad_percent=10)
+    for what, toml, call, result, left_open in FAULTS:
+        check(what, faulty(device, toml), [call], result, [LOG, *left_open])
+
+
 def main():
     device = Device(PROGRAMS, WORK / "good", 1, bad_percent=20)
     check("initialisation", device, ["init"], 0, [LOG])
@@ -90,6 +128,8 @@ def main():
     check("verification, table cut off", device, ["verify"], 1, [LOG, PACKAGE])
     package_of(device).unlink()
     check("installation without a package", device, ["install"], 1, [LOG])
+
+    check_faults()
 
 
 main()

@@ -93,7 +93,8 @@ std::vector<std::uint32_t> short_counts(const FaultPlace& place) {
 }  // namespace
 
 bool is_of_the_log(const sim::Call& call) {
-  return call.path == kLogPath || (call.op == Op::access && call.path == kLogFolder);
+  const bool of_its_folder = call.op == Op::access || call.op == Op::mkdir;
+  return call.path == kLogPath || (of_its_folder && call.path == kLogFolder);
 }
 
 std::vector<FaultPlace> touched_places(const std::vector<sim::Call>& calls) {

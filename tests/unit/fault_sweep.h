@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "defects.h"
 #include "fault_places.h"
 #include "tests/reference/library.h"
 #include "upgrade_test.h"
@@ -23,15 +24,24 @@ struct Operation {
   std::function<int(reference::Library&)> restated;
 };
 
+// Blocks of each partition, but the flags' 10, of a device with a defect.
+constexpr std::uint32_t kDefectiveBlocks = 6;
+
 class FaultSweep : public UpgradeTest {
  protected:
   FaultSweep();
 
   // A small device in which a system runs, the other one marked successful, all partitions full.
+  // While B runs, every partition has bad blocks.
   void use_small_device(sim::System running);
+  // The same with a defect in one partition, by its name in "/proc/mtd", and no other bad block.
+  void use_defective_device(sim::System running, const std::string& mtd_name, const Defect& defect);
 
   // What happens to the device before each run, besides going back to where the sweep began.
   void before_each(const std::function<void()>& prepare) { prepare_ = prepare; }
+  // The log is closed before each run of the library, so that the run opens it, and `settle` takes
+  // out of each message what the log's writer says behind it.
+  void with_fresh_log(const std::function<void(std::string&)>& settle) { settle_ = settle; }
 
   // Runs the operation on the device as it is now, with a fault or none, both ways, and expects the
   // same results, diagnostics, requests, store values, flash and descriptors, and no memory kept.
@@ -64,6 +74,7 @@ class FaultSweep : public UpgradeTest {
     std::uint64_t allocations = 0;
     bool struck = false;
   };
+  void use_system(const sim::Layout& layout, const std::function<void()>& before_filling);
   void begin_here();
   void go_back(const std::optional<sim::Fault>& fault);
   void look_around(Seen& seen);
@@ -82,6 +93,7 @@ class FaultSweep : public UpgradeTest {
   int start_status_ = 0;
   std::vector<sim::Bytes> running_;
   std::function<void()> prepare_;
+  std::function<void(std::string&)> settle_;
 };
 
 // Every errno while A runs, one while B does.

@@ -70,11 +70,62 @@ const std::vector<FlagsOperation> kOperations = {
      true},
 };
 
+// How the "flags" partition is before the operation.
+struct State {
+  std::string name;
+  std::vector<std::uint32_t> bad;
+  std::function<void(sim::Partition&)> change;
+};
+
+void spoil_word(sim::Partition& flags, std::uint32_t block, std::uint32_t offset) {
+  flags.poke(std::uint64_t{block} * flags.block_size() + offset, {0x00});
+}
+
+const std::vector<State> kStates = {
+    {"Fresh", {}, {}},
+    {"FirstBlockBad", {0}, {}},
+    {"SecondBlockBad", {1}, {}},
+    {"RowOfBadBlocks", {0, 1, 2}, {}},
+    {"BadBlockBetween", {1, 3}, {}},
+    {"OnlyTwoGoodBlocks", {0, 1, 2, 4, 5, 6, 7, 8}, {}},
+    {"MainSpoilt", {}, [](sim::Partition& flags) { spoil_word(flags, 0, 0); }},
+    {"BackupSpoilt", {}, [](sim::Partition& flags) { spoil_word(flags, 1, 0); }},
+};
+// Without a copy that counts, without room for two, or with a main copy that only setters take.
+const std::vector<State> kLostStates = {
+    {"MainHalfSpoilt", {}, [](sim::Partition& flags) { spoil_word(flags, 0, 28); }},
+    {"OneGoodBlock", {0, 1, 2, 3, 5, 6, 7, 8, 9}, {}},
+    {"NoGoodBlock", {0, 1, 2, 3, 4, 5, 6, 7, 8, 9}, {}},
+    {"Erased", {}, [](sim::Partition& flags) { flags.wipe(); }},
+    {"BothSpoilt",
+     {},
+     [](sim::Partition& flags) {
+       spoil_word(flags, 0, 0);
+       spoil_word(flags, 1, 0);
+     }},
+    {"BothHalfSpoilt",
+     {},
+     [](sim::Partition& flags) {
+       spoil_word(flags, 0, 28);
+       spoil_word(flags, 1, 28);
+     }},
+};
+
 class FlagsSweepTest : public FaultSweep, public ::testing::WithParamInterface<FlagsOperation> {
  protected:
-  FlagsSweepTest() { use_small_device(sim::System::a); }
+  void use_state(const State& state) {
+    use_defective_device(sim::System::a, "flags", {state.name, true, [&](sim::Partition& flags) {
+                                                     for (const std::uint32_t block : state.bad) {
+                                                       flags.set_bad(block);
+                                                     }
+                                                   }});
+    if (state.change) {
+      sim::Partition flags = partition("flags");
+      state.change(flags);
+    }
+  }
 
-  // A record that counts is found, with everything of the old one or everything of the new one.
+  // Whether a copy is left that counts, with everything of the old record or of the new one.
   void expect_old_or_new(const LibraryRun& run) {
     const sim::BootRecord before = old_;
     sim::BootRecord after = before;
@@ -96,9 +147,47 @@ class FlagsSweepTest : public FaultSweep, public ::testing::WithParamInterface<F
 };
 
 TEST_P(FlagsSweepTest, KeepsARecordThatCounts) {
-  const std::size_t kinds = sweep_all(GetParam().operation, faults_at,
-                                      [this](const LibraryRun& run) { expect_old_or_new(run); });
-  EXPECT_GE(kinds, 3U) << "kinds of requests";
+  for (const State& state : kStates) {
+    SCOPED_TRACE(state.name);
+    use_state(state);
+    const std::size_t kinds =
+        sweep_all(GetParam().operation, state.name == "Fresh" ? faults_at : one_error_at,
+                  [this](const LibraryRun& run) { expect_old_or_new(run); });
+    EXPECT_GE(kinds, 3U) << "kinds of requests";
+  }
+}
+
+TEST_P(FlagsSweepTest, DoesWhatItHasToWithoutARecord) {
+  for (const State& state : kLostStates) {
+    SCOPED_TRACE(state.name);
+    use_state(state);
+    sweep_all(GetParam().operation, one_error_at, [this](const LibraryRun& run) {
+      EXPECT_TRUE(!GetParam().only_reads || run.made(Op::memerase).empty());
+    });
+  }
+}
+
+// Setters look at the first magic word only: what they take for a record goes into both copies.
+class HalfSpoiltFlagsTest : public FaultSweep {};
+
+TEST_F(HalfSpoiltFlagsTest, MakeASetterLoseTheGoodBackup) {
+  use_small_device(sim::System::a);
+  sim::Partition flags = partition("flags");
+  spoil_word(flags, 0, 28);
+  ASSERT_NE(sim::read_records(device()).chosen(), nullptr);
+
+  EXPECT_EQ(run_library([] { return vemk_dual_set_fota_status_for_nv(1); }).result, 0);
+
+  EXPECT_EQ(sim::read_records(device()).chosen(), nullptr);
+  EXPECT_EQ(run_library([] { return vemk_dual_get_fota_status_for_nv(); }).result, -1);
+}
+
+TEST_P(FlagsSweepTest, SurvivesBlocksThatDie) {
+  for (const Defect& defect : dying({0, 1, 2, 9}, 4)) {
+    SCOPED_TRACE(defect.name);
+    use_defective_device(sim::System::a, "flags", defect);
+    expect_same(GetParam().operation);
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(Of, FlagsSweepTest, ::testing::ValuesIn(kOperations),

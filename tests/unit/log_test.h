@@ -27,12 +27,6 @@ class LogTest : public support::DeviceTest {
     std::filesystem::create_directory(device().host_path("/cache/ovu_fota_ab"));
   }
 
-  // The stream goes back before the device is looked over.
-  void TearDown() override {
-    static_cast<void>(support::printed([] { upi_close_logfile(); }));
-    support::DeviceTest::TearDown();
-  }
-
   void remove_folder(const std::string& path) {
     std::filesystem::remove_all(device().host_path(path));
   }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // A synchronisation in which any one operation fails: what it says is what is on flash.
+#include <algorithm>
 #include <tuple>
 
 #include "fault_sweep.h"
@@ -13,22 +14,30 @@ using support::pattern;
 const Operation kSync = {"Sync", [] { return vemk_dual_sync_system(); },
                          [](reference::Library& library) { return library.sync(); }};
 
-class SyncSweepTest : public FaultSweep,
-                      public ::testing::WithParamInterface<std::tuple<sim::System, sim::Op>> {
+class SyncTruthTest : public FaultSweep {
  protected:
-  SyncSweepTest() {
-    use_small_device(std::get<0>(GetParam()));
-    running_of("kernel").flash(pattern(3000, 5));
-    target_of("rootfs").flash(running_of("rootfs").raw());
+  // The kernel ends early, the root file systems are equal, the OEM's data fill their partition.
+  void make_systems_differ() {
+    const std::size_t room = running_of("kernel").good().size();
+    running_of("kernel").flash(pattern(std::min<std::size_t>(room, 3000), 5));
+    target_of("rootfs").flash(running_of("rootfs").good());
   }
 
-  // Up to the erased block that ends the kernel; behind it anything may be left.
+  // Good blocks up to the first erased one; behind it anything may be left.
+  static sim::Bytes content(const sim::Partition& partition) {
+    const sim::Bytes good = partition.good();
+    const sim::Bytes erased(partition.block_size(), 0xFF);
+    std::size_t end = 0;
+    while (end < good.size() && !std::equal(erased.begin(), erased.end(), &good[end])) {
+      end += erased.size();
+    }
+    return {good.begin(), good.begin() + static_cast<std::ptrdiff_t>(end)};
+  }
   bool systems_are_equal() {
-    sim::Bytes kernel = target_of("kernel").good();
-    kernel.resize(std::size_t{2} * target_of("kernel").block_size());
-    return kernel == filled_up(pattern(3000, 5), kernel.size()) &&
-           target_of("rootfs").raw() == running_of("rootfs").raw() &&
-           target_of("oemdata").raw() == running_of("oemdata").raw();
+    const std::vector<std::string> names = {"kernel", "rootfs", "oemdata"};
+    return std::all_of(names.begin(), names.end(), [this](const std::string& name) {
+      return content(target_of(name)) == content(running_of(name));
+    });
   }
 
   void expect_truth(const LibraryRun& run) {
@@ -44,6 +53,15 @@ class SyncSweepTest : public FaultSweep,
     if (status == DUALSYSTEM_STATUS_SUCCESSFUL) {
       EXPECT_FALSE(run.told_of("erase_partition func begin!")) << "erased and not marked";
     }
+  }
+};
+
+class SyncSweepTest : public SyncTruthTest,
+                      public ::testing::WithParamInterface<std::tuple<sim::System, sim::Op>> {
+ protected:
+  SyncSweepTest() {
+    use_small_device(std::get<0>(GetParam()));
+    make_systems_differ();
   }
 };
 
@@ -65,5 +83,64 @@ INSTANTIATE_TEST_SUITE_P(Of, SyncSweepTest,
                                             ::testing::ValuesIn(failing_operations(
                                                 {sim::Op::access, sim::Op::stat, sim::Op::mkdir}))),
                          sweep_name);
+
+// --- Blocks that are bad or die. ---
+
+class SyncDefectTest : public SyncTruthTest, public ::testing::WithParamInterface<sim::System> {
+ protected:
+  void try_each(const std::string& mtd_name, const std::vector<Defect>& defects) {
+    for (const Defect& defect : defects) {
+      SCOPED_TRACE(mtd_name + ": " + defect.name);
+      use_defective_device(GetParam(), mtd_name, defect);
+      make_systems_differ();
+      expect_same(kSync, {}, [this](const LibraryRun& run) { expect_truth(run); });
+    }
+  }
+};
+
+INSTANTIATE_TEST_SUITE_P(Running, SyncDefectTest, ::testing::Values(sim::System::a, sim::System::b),
+                         [](const auto& system) {
+                           return std::string(1, sim::letter(system.param));
+                         });
+
+TEST_P(SyncDefectTest, InTheTarget) {
+  for (const char* const name : {"kernel", "oemdata"}) {
+    const std::string mtd = mtd_name(sim::other(GetParam()), name);
+    try_each(mtd, born_bad(kDefectiveBlocks));
+    try_each(mtd, dying({0, 1, 2, kDefectiveBlocks - 1}, 4));
+  }
+}
+
+// A page of the running system that reads wrong is copied as it reads; see the next test.
+TEST_P(SyncDefectTest, InTheRunningSystem) {
+  for (const char* const name : {"kernel", "oemdata"}) {
+    const std::string mtd = mtd_name(GetParam(), name);
+    try_each(mtd, born_bad(kDefectiveBlocks));
+    for (const Defect& defect : dying({0, 1, kDefectiveBlocks - 1}, 4)) {
+      SCOPED_TRACE(mtd + ": " + defect.name);
+      use_defective_device(GetParam(), mtd, defect);
+      make_systems_differ();
+      expect_same(kSync, {}, [this](const LibraryRun&) { expect_only_the_target_touched(); });
+    }
+  }
+}
+
+// The kernel tells of no error, and the comparison reads the page as the copy did.
+TEST_P(SyncDefectTest, APageOfTheRunningSystemBeyondCorrectionIsCopiedWrong) {
+  const std::string mtd = mtd_name(GetParam(), "kernel");
+  use_defective_device(GetParam(), mtd, {"page 1 unreadable", false, [](sim::Partition& kernel) {
+                                           kernel.set_page_defects(0, 1, sim::kPageUnreadable);
+                                         }});
+  make_systems_differ();
+  EXPECT_EQ(sync().result, 0);
+  EXPECT_EQ(target_status(), DUALSYSTEM_STATUS_BOOTABLE);
+  EXPECT_EQ(content(target_of("kernel")).size(), content(running_of("kernel")).size());
+  EXPECT_NE(content(target_of("kernel")), content(running_of("kernel")));
+}
+
+TEST_P(SyncDefectTest, InTheFlags) {
+  try_each("flags", born_bad(10));
+  try_each("flags", dying({0, 1, 2}, 4));
+}
 
 }  // namespace

@@ -12,14 +12,8 @@ namespace {
 const Operation kUpgrade = {"Upgrade", [] { return vemk_dual_upgrade(nullptr); },
                             [](reference::Library& library) { return library.upgrade(); }};
 
-class UpdateSweepTest : public FaultSweep,
-                        public ::testing::WithParamInterface<std::tuple<sim::System, sim::Op>> {
+class UpdateTruthTest : public FaultSweep {
  protected:
-  UpdateSweepTest() {
-    use_small_device(std::get<0>(GetParam()));
-    put_package(package_);
-  }
-
   // In their whole blocks; a block behind an image may have kept what it held.
   bool images_are_there() {
     for (const support::PackageEntry& entry : package_.partitions) {
@@ -54,6 +48,15 @@ class UpdateSweepTest : public FaultSweep,
   const support::PackageFile package_ = support::system_package(2100);
 };
 
+class UpdateSweepTest : public UpdateTruthTest,
+                        public ::testing::WithParamInterface<std::tuple<sim::System, sim::Op>> {
+ protected:
+  UpdateSweepTest() {
+    use_small_device(std::get<0>(GetParam()));
+    put_package(package_);
+  }
+};
+
 TEST_P(UpdateSweepTest, TellsTheTruthAndCanBeRunAgain) {
   const auto faults = [](const FaultPlace& place) {
     return faults_for(std::get<0>(GetParam()), place);
@@ -71,5 +74,37 @@ INSTANTIATE_TEST_SUITE_P(Of, UpdateSweepTest,
                          ::testing::Combine(::testing::Values(sim::System::a, sim::System::b),
                                             ::testing::ValuesIn(failing_operations())),
                          sweep_name);
+
+// --- Blocks that are bad or die. ---
+
+class UpdateDefectTest : public UpdateTruthTest, public ::testing::WithParamInterface<sim::System> {
+ protected:
+  void try_each(const std::string& mtd_name, const std::vector<Defect>& defects) {
+    for (const Defect& defect : defects) {
+      SCOPED_TRACE(mtd_name + ": " + defect.name);
+      use_defective_device(GetParam(), mtd_name, defect);
+      put_package(package_);
+      expect_same(kUpgrade, {}, [this](const LibraryRun& run) { expect_truth(run); });
+    }
+  }
+  std::string of_target(const char* name) { return mtd_name(sim::other(GetParam()), name); }
+};
+
+INSTANTIATE_TEST_SUITE_P(Running, UpdateDefectTest,
+                         ::testing::Values(sim::System::a, sim::System::b), [](const auto& system) {
+                           return std::string(1, sim::letter(system.param));
+                         });
+
+TEST_P(UpdateDefectTest, InTheTarget) {
+  for (const char* const name : {"kernel", "oemdata"}) {
+    try_each(of_target(name), born_bad(kDefectiveBlocks));
+    try_each(of_target(name), dying({0, 1, 2, kDefectiveBlocks - 1}, 4));
+  }
+}
+
+TEST_P(UpdateDefectTest, InTheFlags) {
+  try_each("flags", born_bad(10));
+  try_each("flags", dying({0, 1, 2}, 4));
+}
 
 }  // namespace
