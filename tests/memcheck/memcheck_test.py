@@ -17,6 +17,7 @@ sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "bench"))
 from device import Device  # noqa: E402
 
 ERROR = 99
+SUPPRESSIONS = pathlib.Path(__file__).resolve().parent / "memcheck.supp"
 LOG = "upi_ab.log"
 PACKAGE = "upgrade.package"
 
@@ -33,7 +34,7 @@ def host(device, *arguments):
     done = subprocess.run(
         [*device.before(), "valgrind", "--quiet", "--leak-check=full", "--track-fds=yes",
          "--errors-for-leak-kinds=definite,indirect,possible", f"--error-exitcode={ERROR}",
-         f"--log-file={report}", PROGRAMS / "bench_host", *arguments],
+         f"--suppressions={SUPPRESSIONS}", f"--log-file={report}", PROGRAMS / "bench_host", *arguments],
         stdout=subprocess.DEVNULL)
     return done.returncode, report.read_text()
 
