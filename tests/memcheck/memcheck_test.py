@@ -81,21 +81,21 @@ PACKAGE_PATH = "/cache/ovu_fota_ab/" + PACKAGE
 TABLE_PATH = "/etc_ro/systemPartitionInfo.conf"
 WORN = '[[block]]\npartition = "rootfs2"\nblock = 1\ndefect = "worn"\n'
 
-# What fails, the call, its result, what it leaves open besides the log.
+# What fails, the call, its result, what it leaves open besides the log. One device goes through all
+# of them: what installs comes last.
 FAULTS = [
     ("a flags node that cannot be opened", fault("open", "flags", 2, "EMFILE"), "install", 1, []),
     ("a record that cannot be read", fault("read", "flags", 1), "sync", 1, []),
-    ("a record that cannot be written", fault("write", "flags", 1), "install", 0, []),
     ("a target without a geometry", fault("MEMGETINFO", "rootfs2", 1), "install", 1, []),
-    ("a target that cannot be read", fault("read", "rootfs2", 20), "install", 0, []),
     ("a target that cannot be written", fault("write", "rootfs2", 3), "install", 1, []),
-    ("a source that cannot be read", fault("read", "rootfs", 12), "sync", 1, []),
     ("a target that stays protected", fault("protect-lift", "rootfs2", 1, "EPERM"), "sync", 1, []),
-    ("a worn block", WORN, "install", 1, []),
+    ("a source that cannot be read", fault("read", "rootfs", 2), "sync", 1, []),
     ("a head that cannot be read", fault("read", PACKAGE_PATH, 2), "install", 1, [PACKAGE]),
-    ("a file that cannot be closed", fault("close", PACKAGE_PATH, 1), "install", 0, []),
     ("a table that cannot be opened", fault("fopen", TABLE_PATH, 1, "EACCES"), "install", 1, []),
     ("a table that cannot be read", fault("stream-read", TABLE_PATH, 1), "sync", 1, []),
+    ("a record's copy that cannot be written", fault("write", "flags", 1), "install", 0, []),
+    ("a target that cannot be read", fault("read", "rootfs2", 20), "install", 0, []),
+    ("a file that cannot be closed", fault("close", PACKAGE_PATH, 1), "install", 0, []),
 ]
 
 
@@ -103,6 +103,8 @@ def check_faults():
     device = Device(PROGRAMS, WORK / "faulty", 1, bad_percent=10)
     for what, toml, call, result, left_open in FAULTS:
         check(what, faulty(device, toml), [call], result, [LOG, *left_open])
+    device = Device(PROGRAMS, WORK / "worn", 1)
+    check("installation onto a worn block", faulty(device, WORN), ["install"], 1, [LOG])
 
 
 def main():
