@@ -32,7 +32,7 @@ sim::Fault random_fault(cuts::Random& random) {
       sim::Op::page_program, sim::Op::store_set,   sim::Op::store_save};
   constexpr std::uint64_t kDoublings = 7;
   sim::Fault fault;
-  fault.op = kOps.at(random.below(kOps.size()));
+  fault.op = kOps.at(static_cast<std::size_t>(random.below(kOps.size())));
   fault.at = 1 + random.below(std::uint64_t{1} << random.below(kDoublings));
   return fault;
 }

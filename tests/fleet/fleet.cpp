@@ -41,9 +41,9 @@ Report live(const Options& options, std::uint64_t number) {
 }
 
 void show_progress(std::uint64_t done, std::uint64_t all) {
-  constexpr std::uint64_t kWidth = 40;
+  constexpr std::size_t kWidth = 40;
   if (isatty(STDERR_FILENO) != 0) {
-    const std::uint64_t filled = kWidth * done / all;
+    const auto filled = static_cast<std::size_t>(kWidth * done / all);
     std::cerr << "\r[" << std::string(filled, '#') << std::string(kWidth - filled, ' ') << "] "
               << done << " of " << all << std::flush;
   }

@@ -43,7 +43,8 @@ void add_line(std::ostringstream& out, const std::string& text, std::uint64_t va
 
 void Report::count_update(std::uint64_t tries) {
   ++updates;
-  ++finished_at.at(std::min<std::uint64_t>(tries, kTries) - 1);
+  const auto last = static_cast<std::size_t>(std::min<std::uint64_t>(tries, kTries));
+  ++finished_at.at(last - 1);
   most_tries = std::max(most_tries, tries);
 }
 
