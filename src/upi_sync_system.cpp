@@ -317,11 +317,12 @@ static int pre_sync(char* dst_partition, char* src_partition, int target_system_
   memcpy(name, static_cast<platform_partition_info_t*>(partition_info)->name, sizeof(name) - 1);
   auto& dst = *reinterpret_cast<char(*)[kMtdNameSize]>(dst_partition);
   auto& src = *reinterpret_cast<char(*)[kMtdNameSize]>(src_partition);
-  memset(dst, 0, sizeof(dst));
-  memset(src, 0, sizeof(src));
   if (target_system_index == kSystemA || target_system_index == kSystemB) {
     upi::form_mtd_name(dst, sizeof(dst), name, target_system_index == kSystemB);
     upi::form_mtd_name(src, sizeof(src), name, target_system_index == kSystemA);
+  } else {
+    memset(dst, 0, sizeof(dst));
+    memset(src, 0, sizeof(src));
   }
   if (is_partition_exist(target_system_index, name) != 0) {
     UPI_LOG("There is no partition [%s] in system", dst_partition);
