@@ -43,7 +43,7 @@ void update_with_padding(Sha512& hash, uint64_t count) {
 }
 
 template <typename Record>
-uint64_t table_size(const std::vector<Record>& records) {
+size_t table_size(const std::vector<Record>& records) {
   return records.size() * sizeof(Record);
 }
 
@@ -58,7 +58,8 @@ PackageWriter::PackageWriter(const PackagePlan& plan, const PlanFiles& files, Ou
 
 CreatedPackage PackageWriter::write() {
   // Holds the places of head and tables until what they say is known.
-  const std::vector<uint8_t> nothing(kHeadSize + table_size(partitions_) + table_size(extras_));
+  const std::vector<uint8_t> nothing(sizeof(upgrade_package_head_info_t) + table_size(partitions_) +
+                                     table_size(extras_));
   out_.append(nothing.data(), nothing.size());
   write_partitions();
   write_extras();

@@ -14,7 +14,7 @@ using Json = nlohmann::ordered_json;
 
 constexpr const char* kSchema = "zozale-package/1";
 
-std::string plural(size_t count, const std::string& noun) {
+std::string plural(uint64_t count, const std::string& noun) {
   return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
 }
 
