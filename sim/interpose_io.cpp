@@ -190,6 +190,11 @@ SIM_API int ioctl(int fd, unsigned long request, ...) noexcept {
   void* argument = va_arg(arguments, void*);
   va_end(arguments);
   const OpenFile* file = open_file(fd);
+  if (file == nullptr && fd < 0) {
+    // As the kernel does; an emulator may look at the request first, and not know it.
+    errno = EBADF;
+    return -1;
+  }
   if (file == nullptr) {
     REAL(ioctl);
     return real_ioctl(fd, request, argument);
