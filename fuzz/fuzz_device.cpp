@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -119,6 +120,27 @@ void FuzzDevice::close_package() {
       REQUIRE(open.path == kLogPath);
     }
   }
+}
+
+void set_bad_blocks(sim::Partition partition, unsigned bits) {
+  for (unsigned block = 0; block < 8 && block < partition.blocks(); ++block) {
+    partition.set_bad(block, ((bits >> block) & 1U) != 0);
+  }
+}
+
+bool lie_about(sim::Partition partition, unsigned which) {
+  const sim::MtdInfo truth = partition.reported_info();
+  const auto [size, block, page, oob] = truth;
+  const std::array<sim::MtdInfo, 8> lies = {{truth,
+                                             {0, block, page, oob},
+                                             {size, 0, page, oob},
+                                             {size, block, 0, oob},
+                                             {size, 256, page, oob},
+                                             {block - 1, block, page, oob},
+                                             {64, 1, page, oob},
+                                             {2 * size, 2 * block, page, oob}}};
+  partition.set_reported_info(lies.at(which));
+  return which != 0;
 }
 
 }  // namespace fuzz

@@ -59,6 +59,12 @@ class FuzzDevice {
   std::map<std::string, std::string, std::less<>> store_;
 };
 
+// Block n is bad when bit n is set, of the first eight blocks.
+void set_bad_blocks(sim::Partition partition, unsigned bits);
+
+// Lets the driver tell a geometry that cannot be, one of seven; false for 0, the truth.
+bool lie_about(sim::Partition partition, unsigned which);
+
 // A package of the device's three partitions that every check passes.
 std::string good_package();
 

@@ -6,9 +6,7 @@
 // Input: a byte of bad blocks, a byte that chooses what is done and how the geometry lies, then
 // 292 bytes for each block in turn.
 #include <algorithm>
-#include <array>
 #include <cstdint>
-#include <optional>
 
 #include "fuzz/fuzz_device.h"
 #include "fuzz/require.h"
@@ -23,12 +21,6 @@ using fuzz::FuzzDevice;
 constexpr size_t kHeader = 2;
 constexpr unsigned kLieShift = 3;
 
-void set_bad_blocks(sim::Partition flags, unsigned bits) {
-  for (unsigned block = 0; block < 8; ++block) {
-    flags.set_bad(block, ((bits >> block) & 1U) != 0);
-  }
-}
-
 void put_records(sim::Partition flags, const uint8_t* data, size_t size) {
   flags.wipe();
   for (uint32_t block = 0; block < flags.blocks() && size > 0; ++block) {
@@ -37,22 +29,6 @@ void put_records(sim::Partition flags, const uint8_t* data, size_t size) {
     data += part;
     size -= part;
   }
-}
-
-// False for the truth.
-bool lie(sim::Partition flags, unsigned which) {
-  constexpr std::array<sim::MtdInfo, 7> kLies = {{{0, 1024, 512, 16},
-                                                  {10240, 0, 512, 16},
-                                                  {10240, 1024, 0, 16},
-                                                  {10240, 256, 512, 16},
-                                                  {1023, 1024, 512, 16},
-                                                  {64, 1, 512, 16},
-                                                  {20480, 2048, 512, 16}}};
-  if (which == 0) {
-    return false;
-  }
-  flags.set_reported_info(kLies.at(which - 1));
-  return true;
 }
 
 // What the boot loader reads must be what the library tells.
@@ -119,10 +95,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   FuzzDevice& device = FuzzDevice::get();
   device.reset();
   sim::Partition flags = device.partition("flags");
-  set_bad_blocks(flags, data[0]);
+  fuzz::set_bad_blocks(flags, data[0]);
   put_records(flags, data + kHeader, size - kHeader);
   const unsigned choice = data[1];
-  const bool lies = lie(flags, (choice >> kLieShift) & 7U);
+  const bool lies = fuzz::lie_about(flags, (choice >> kLieShift) & 7U);
   if (!lies) {
     require_agreement();
   }

@@ -20,7 +20,25 @@ namespace {
 
 using fuzz::FuzzDevice;
 
-constexpr size_t kLastReserved = 255;  // of the head; means nothing to the library
+// Reserved bytes of the head, which mean nothing to the library.
+constexpr size_t kRunning = 255;
+constexpr size_t kLie = 254;
+constexpr size_t kBadBlocks = 253;
+
+// The device as the reserved bytes want it.
+struct Circumstances {
+  sim::System running = sim::System::a;
+  unsigned lie = 0;  // that the driver tells of the target's kernel partition
+  unsigned bad_blocks = 0;
+};
+
+Circumstances circumstances_of(const uint8_t* data, size_t size) {
+  if (size <= kRunning) {
+    return {};
+  }
+  return {(data[kRunning] & 1U) != 0 ? sim::System::b : sim::System::a, data[kLie] & 7U,
+          data[kBadBlocks]};
+}
 
 // Nothing but a head, a length of 0 and a range past the end of the file let the library hash for
 // ever: the system's behaviour. The tools refuse such a package before the library sees it, and
@@ -86,14 +104,27 @@ void verify(const zozale::ByteSource& source) {
   REQUIRE(get_upgrade_package_info() == nullptr);
 }
 
-void upgrade(const zozale::PackageReading& reading, sim::System running) {
+void prepare(const Circumstances& circumstances) {
+  FuzzDevice& device = FuzzDevice::get();
+  device.reset();
+  device.run(circumstances.running);
+  const sim::Partition target =
+      device.partition(mtd_name("kernel", sim::other(circumstances.running)).c_str());
+  fuzz::set_bad_blocks(target, circumstances.bad_blocks);
+  fuzz::lie_about(target, circumstances.lie);
+}
+
+void upgrade(const zozale::PackageReading& reading, const Circumstances& circumstances) {
   z_upgrade_status_info_t status = {};
   z_upgrade_flush_status_t flush = {&status, nullptr};
   const int result = vemk_dual_upgrade(&flush);
   const bool succeeded = result == 0 && status.upgrade_status == UPGRADE_STATUS_UPDATE_SUCCESS;
-  const sim::System target = sim::other(running);
-  REQUIRE(image_erases(running) == 0);
+  const sim::System target = sim::other(circumstances.running);
+  REQUIRE(image_erases(circumstances.running) == 0);
   REQUIRE(reading.package || (!succeeded && image_erases(target) == 0));
+  if (circumstances.lie != 0) {
+    return;
+  }
   REQUIRE(FuzzDevice::get().sim().nand().rule_breaks().total() == 0);
   if (succeeded) {
     require_images(*reading.package, target);
@@ -103,20 +134,16 @@ void upgrade(const zozale::PackageReading& reading, sim::System running) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  FuzzDevice& device = FuzzDevice::get();
-  const bool b_runs = size > kLastReserved && (data[kLastReserved] & 1) != 0;
-  const sim::System running = b_runs ? sim::System::b : sim::System::a;
-  device.reset();
-  device.run(running);
-  device.put(fuzz::kPackagePath, data, size);
-
+  const Circumstances circumstances = circumstances_of(data, size);
+  prepare(circumstances);
+  FuzzDevice::get().put(fuzz::kPackagePath, data, size);
   const zozale::MemorySource source(data, size);
   const zozale::PackageReading reading = zozale::read_package(source);
   query_type(reading);
   if (hashing_ends(reading, size)) {
     verify(source);
   }
-  upgrade(reading, running);
-  device.close_package();
+  upgrade(reading, circumstances);
+  FuzzDevice::get().close_package();
   return 0;
 }

@@ -19,7 +19,8 @@ extern "C" size_t LLVMFuzzerCustomMutator(uint8_t* data, size_t size, size_t max
 namespace {
 
 constexpr size_t kHeadSize = sizeof(upgrade_package_head_info_t);
-constexpr size_t kNumbersOfHead = 8;  // behind the magic word
+constexpr size_t kNumbersOfHead = 8;    // behind the magic word
+constexpr size_t kCircumstances = 253;  // three bytes that choose the device, in fuzz_package.cpp
 
 class Mutation {
  public:
@@ -80,7 +81,13 @@ class Mutation {
                    sizeof(extra_head_info_t));
   }
 
-  void change_head() { put_word(4 + 4 * below(kNumbersOfHead), interesting()); }
+  void change_head() {
+    if (below(4) == 0) {
+      data_[kCircumstances + below(3)] = static_cast<uint8_t>(random_());
+    } else {
+      put_word(4 + 4 * below(kNumbersOfHead), interesting());
+    }
+  }
 
   void change_entry() {
     const size_t count = partitions();
