@@ -102,6 +102,14 @@ class HostilePackageTest : public ToolTest {
     }
   }
 
+  void expect_refused_in_every_entry(std::size_t field) {
+    for (std::size_t i = 0; i < kPartitions; ++i) {
+      expect_refused_at_extremes(entry_at(i) + field, Digest::kRenewed);
+    }
+    expect_refused_at_extremes(entry_at(1) + field, Digest::kLeft);
+    EXPECT_GE(refused_, 60U);
+  }
+
   void expect_refused_bytes(std::size_t offset, const sim::Bytes& bytes, Digest digest) {
     SCOPED_TRACE(std::to_string(bytes.size()) + " bytes at " + std::to_string(offset));
     sim::Bytes package = good_;
@@ -170,16 +178,21 @@ TEST_F(HostilePackageTest, AHeadThatMeansSomethingElse) {
   EXPECT_GT(refused_, 50U);
 }
 
-TEST_F(HostilePackageTest, NumbersOfAnEntry) {
-  for (std::size_t i = 0; i < kPartitions; ++i) {
-    for (const std::size_t field : {kLen, kOffset, kPartitionType}) {
-      expect_refused_at_extremes(entry_at(i) + field, Digest::kRenewed);
-    }
-  }
-  for (const std::size_t field : {kLen, kOffset, kPartitionType, kZipped}) {
-    expect_refused_at_extremes(entry_at(1) + field, Digest::kLeft);
-  }
-  EXPECT_GT(refused_, 200U);
+TEST_F(HostilePackageTest, LengthsOfAnEntry) {
+  expect_refused_in_every_entry(kLen);
+}
+
+TEST_F(HostilePackageTest, OffsetsOfAnEntry) {
+  expect_refused_in_every_entry(kOffset);
+}
+
+TEST_F(HostilePackageTest, TypesOfAnEntry) {
+  expect_refused_in_every_entry(kPartitionType);
+}
+
+TEST_F(HostilePackageTest, PackedBitsOfAnEntry) {
+  expect_refused_at_extremes(entry_at(1) + kZipped, Digest::kLeft);
+  EXPECT_GE(refused_, 15U);
 }
 
 TEST_F(HostilePackageTest, NamesOfAnEntry) {
