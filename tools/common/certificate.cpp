@@ -105,7 +105,7 @@ std::string name_text(const X509_NAME* name) {
   const long len = BIO_get_mem_data(writer.get(), &text);
   std::string shown(text, len > 0 ? static_cast<size_t>(len) : 0);
   if (shown.size() > kLongest) {
-    shown = shown.substr(0, kLongest) + "...";
+    shown.replace(kLongest, std::string::npos, "...");
   }
   return shown.empty() ? "a certificate without a name" : shown;
 }

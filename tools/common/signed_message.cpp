@@ -142,6 +142,7 @@ void SignedMessage::find_certificates(const CertificateFile& file) {
 std::vector<SignerEntry> SignedMessage::signers() const {
   STACK_OF(CMS_SignerInfo)* infos = CMS_get0_SignerInfos(message_.get());
   std::vector<SignerEntry> signers;
+  signers.reserve(static_cast<size_t>(sk_CMS_SignerInfo_num(infos)));
   for (int i = 0; i < sk_CMS_SignerInfo_num(infos); ++i) {
     signers.emplace_back(sk_CMS_SignerInfo_value(infos, i));
   }
