@@ -134,12 +134,11 @@ bool Life::call(const std::function<int()>& function) {
   return done;
 }
 
-// Both copies were lost, A was started: the record is made anew, and the other system is not
-// trusted.
+// Both copies were lost: the record is made anew, and the system that does not run is not trusted.
 void Life::mend_record() {
   ++report_.mended_records;
-  const int other = code(sim::other(device_.running()));
   device_.call([] { return vemk_init_flag_partition(); });
+  const int other = code(sim::other(device_.running()));
   device_.call([&] { return vemk_dual_set_system_status(other, DUALSYSTEM_STATUS_UNBOOTABLE); });
 }
 
