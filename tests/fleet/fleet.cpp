@@ -120,17 +120,17 @@ int run(int argc, char** argv) {
       ->capture_default_str();
   app.add_option("--device", options.device, "only this one, counted from 0");
   CLI11_PARSE(app, argc, argv);
-  try {
-    return run_fleet(options);
-  } catch (const std::exception& error) {
-    std::cerr << "fleet: " << error.what() << "\n";
-    return 2;
-  }
+  return run_fleet(options);
 }
 
 }  // namespace
 }  // namespace fleet
 
 int main(int argc, char** argv) {
-  return fleet::run(argc, argv);
+  try {
+    return fleet::run(argc, argv);
+  } catch (const std::exception& error) {
+    std::cerr << "fleet: " << error.what() << "\n";
+    return 2;
+  }
 }

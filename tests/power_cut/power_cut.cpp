@@ -145,17 +145,17 @@ int run(int argc, char** argv) {
   app.add_option("--seed", options.sweep.seed, "of the sampled second cuts")->capture_default_str();
   CLI11_PARSE(app, argc, argv);
   options.sweep.every_word = options.full;
-  try {
-    return options.replay.empty() ? try_cuts(options) : replay(options);
-  } catch (const std::exception& error) {
-    std::cerr << "power-cut: " << error.what() << "\n";
-    return 2;
-  }
+  return options.replay.empty() ? try_cuts(options) : replay(options);
 }
 
 }  // namespace
 }  // namespace cuts
 
 int main(int argc, char** argv) {
-  return cuts::run(argc, argv);
+  try {
+    return cuts::run(argc, argv);
+  } catch (const std::exception& error) {
+    std::cerr << "power-cut: " << error.what() << "\n";
+    return 2;
+  }
 }

@@ -97,9 +97,10 @@ void set_dying_blocks(sim::Device& device) {
 Release release_for(const Shape& shape, std::uint32_t number) {
   const std::uint32_t block = shape.page_size * shape.pages_per_block;
   const std::uint32_t seed = 10 * number;
-  return {make_image("kernel", 2 * block + 13 + 100 * std::size_t{number}, seed + 1),
-          make_image("rootfs", (5 + number % 2) * std::size_t{block} - 7 * number, seed + 2),
-          make_image("oemdata", block + std::size_t{number % 3} * (block / 2), seed + 3)};
+  return {
+      make_image("kernel", 2 * block + 13 + 100 * std::size_t{number}, seed + 1),
+      make_image("rootfs", std::size_t{5 + number % 2} * block - 7 * std::size_t{number}, seed + 2),
+      make_image("oemdata", block + std::size_t{number % 3} * (block / 2), seed + 3)};
 }
 
 }  // namespace cuts
