@@ -23,7 +23,7 @@ from measure import Cell
 FULL = {"instructions": [(mib, bad) for mib in (8, 32, 128) for bad in (0, 1, 5)],
         "counts": [(2, 0), (4, 0), (16, 0), (64, 0), (8, 2), (8, 3), (32, 2), (32, 3)],
         "guest": ["8:0:2", "8:1:2", "8:5:1", "32:0:1", "32:1:1"],
-        "delays": 4}
+        "delays": 2}
 QUICK = {"instructions": [(2, 0), (2, 15), (4, 0)], "counts": [(1, 0), (8, 0)], "guest": [],
          "delays": None}
 

@@ -23,10 +23,9 @@ def instructions(command, folder):
 
 def processor_seconds(command):
     """Time of the processor, the system's included: what a busy host does not add to."""
-    # pylint: disable-next=consider-using-with
-    child = subprocess.Popen(command, stdout=subprocess.DEVNULL)
-    _, status, usage = os.wait4(child.pid, 0)
-    child.returncode = os.waitstatus_to_exitcode(status)
+    with subprocess.Popen(command, stdout=subprocess.DEVNULL) as child:
+        _, status, usage = os.wait4(child.pid, 0)
+        child.returncode = os.waitstatus_to_exitcode(status)
     if child.returncode != 0:
         raise subprocess.CalledProcessError(child.returncode, command)
     return usage.ru_utime + usage.ru_stime
