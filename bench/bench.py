@@ -2,11 +2,11 @@
 # SPDX-License-Identifier: Apache-2.0
 """Measures the library against the least that does the same and against what people use instead.
 
-Usage: bench.py BUILD OUT [--quick | --again CELL...]
+Usage: bench.py BUILD OUT [--quick | --again CELL... | --page FILE]
 
 Writes OUT/results.json and OUT/plots/ and prints one table. --quick takes small partitions and
 leaves the emulated machine out. A CELL is MIB:BAD_PERCENT, "guest" or "delays"; all others are taken
-from the results that are there.
+from the results that are there. --page measures nothing and puts the results into FILE.
 """
 
 import argparse
@@ -16,6 +16,7 @@ import shutil
 import sys
 
 import guest
+import page
 import plots
 import table
 from measure import Cell
@@ -77,7 +78,8 @@ def arguments():
     parser.add_argument("build", type=lambda text: pathlib.Path(text).resolve())
     parser.add_argument("out", type=lambda text: pathlib.Path(text).resolve())
     parser.add_argument("--quick", action="store_true")
-    parser.add_argument("--again", nargs="*", default=[])
+    parser.add_argument("--again", nargs="+", default=[])
+    parser.add_argument("--page", type=pathlib.Path)
     return parser.parse_args()
 
 
@@ -85,11 +87,14 @@ def main():
     given = arguments()
     file = given.out / "results.json"
     results = {"cells": [], "guest": [], "delays": None}
-    if given.again and file.exists():
+    if (given.again or given.page) and file.exists():
         results = json.loads(file.read_text())
-    measure_all(given.build, given.out, QUICK if given.quick else FULL, given.again, results)
+    if not given.page:
+        measure_all(given.build, given.out, QUICK if given.quick else FULL, given.again, results)
     print(table.text(results))
     plots.draw(results, given.out / "plots")
+    if given.page:
+        page.write(results, given.page, given.out / "plots")
 
 
 main()
