@@ -78,6 +78,11 @@ TEST(TimeText, NeedsNoPaddingForLargeMicroseconds) {
   EXPECT_STREQ(upi_get_time_us(), "7:999999");
 }
 
+TEST(TimeText, MayLieBeforeTheEpoch) {
+  const Clock clock(-12, 42);
+  EXPECT_STREQ(upi_get_time_us(), "-12:000042");
+}
+
 TEST(TimeText, StandsInOneBufferThatTheNextCallOverwrites) {
   const Clock clock(1700000000, 5, 2);
   const char* const first = upi_get_time_us();
