@@ -99,7 +99,8 @@ bool Library::read_copies(Copies& copies) {
       continue;
     }
     sim::BootRecord& copy = found == 0 ? copies.main : copies.backup;
-    if (lseek(node.fd, static_cast<off_t>(i) * node.block, SEEK_SET) < 0) {
+    if (lseek(node.fd, static_cast<off_t>(static_cast<std::uint32_t>(i) * node.block), SEEK_SET) <
+        0) {
       good = fail(self, "Lseek error: " + error());
       continue;
     }
@@ -191,7 +192,7 @@ int Library::write_copy(const Node& node, int index, const Bytes& image) {
                   " , change to be bad block errno: " + error() + "!");
     return 1;
   }
-  if (lseek(node.fd, offset, SEEK_SET) < 0) {
+  if (lseek(node.fd, static_cast<off_t>(offset), SEEK_SET) < 0) {
     say(self, "Lseek error: " + error());
     return -1;
   }

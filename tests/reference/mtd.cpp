@@ -149,7 +149,7 @@ int Library::read_image(const char* speaker, const Node& node, std::uint8_t* to,
                      ")!");
     return -2;
   }
-  if (lseek(node.fd, from, SEEK_SET) < 0) {
+  if (lseek(node.fd, static_cast<off_t>(from), SEEK_SET) < 0) {
     say(speaker, "Lseek error, error:" + error());
     return -1;
   }
@@ -173,7 +173,7 @@ bool Library::write_block(const Node& node, std::uint32_t address, const std::ui
   if (ioctl(node.fd, MEMERASE, &range) < 0) {
     return fail(self, "Ioctl [MEMERASE] error, error: " + error());
   }
-  if (lseek(node.fd, at, SEEK_SET) < 0) {
+  if (lseek(node.fd, static_cast<off_t>(at), SEEK_SET) < 0) {
     return fail(self, "Lseek error, error: " + error());
   }
   const ssize_t written = write(node.fd, data, node.block);

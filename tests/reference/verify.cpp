@@ -104,7 +104,7 @@ bool Library::verify_entry(const PackageEntry& entry) {
 
 bool Library::hash_file(std::uint32_t offset, std::uint32_t len, Bytes& digest) {
   const char* const self = "get_hash_SHA512_from_fd";
-  if (lseek(package_->fd, offset, SEEK_SET) < 0) {
+  if (lseek(package_->fd, static_cast<off_t>(offset), SEEK_SET) < 0) {
     return fail(self, "Lseek failed with return value: -1, error:" + error());
   }
   Bytes content(len);

@@ -161,7 +161,7 @@ TEST_P(FlagsSweepTest, DoesWhatItHasToWithoutARecord) {
   for (const State& state : kLostStates) {
     SCOPED_TRACE(state.name);
     use_state(state);
-    sweep_all(GetParam().operation, one_error_at, [this](const LibraryRun& run) {
+    sweep_all(GetParam().operation, one_error_at, [](const LibraryRun& run) {
       EXPECT_TRUE(!GetParam().only_reads || run.made(Op::memerase).empty());
     });
   }
