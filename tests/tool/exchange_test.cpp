@@ -20,17 +20,20 @@ constexpr const char* kUpgraded = "4";
 class ExchangeTest : public ToolTest {
  protected:
   ExchangeTest() {
-    const pki::Identity release{pki::Wish()};
-    const sim::Bytes bytes = package_.bytes();
-    put_package(bytes);
-    device().write_file(kTrust, support::bytes(release.pem()));
-    device().write_file(std::string(support::kPackagePath) + ".p7s",
-                        support::bytes(pki::sign({bytes.begin(), bytes.end()}, {release})));
+    put_signed(package_);
     // Good in itself, but nobody has signed it.
     other_.partitions[1].data = support::pattern(kImageSize, 666);
     put_other(other_);
   }
 
+  void put_signed(const support::PackageFile& package) {
+    const pki::Identity release{pki::Wish()};
+    const sim::Bytes bytes = package.bytes();
+    put_package(bytes);
+    device().write_file(kTrust, support::bytes(release.pem()));
+    device().write_file(std::string(support::kPackagePath) + ".p7s",
+                        support::bytes(pki::sign({bytes.begin(), bytes.end()}, {release})));
+  }
   void put_other(const support::PackageFile& package) {
     device().write_file(kOther, package.bytes());
   }
@@ -48,6 +51,15 @@ class ExchangeTest : public ToolTest {
     command.emplace_back(DEVICE_TOOL_WITH_EXCHANGES);
     command.insert(command.end(), arguments.begin(), arguments.end());
     return run_on_device(command);
+  }
+  // Installs while the library upgrades from another folder, which goes away afterwards.
+  Ended install_from_other_folder() {
+    const std::string folder = kFolder;
+    device().write_file("/cache/second/upgrade.package", other_.bytes());
+    return run_while({"install", "--trust", kTrust}, {{kUpgrading, folder + " /cache/first"},
+                                                      {kUpgrading, "/cache/second " + folder},
+                                                      {kUpgraded, folder + " /cache/second"},
+                                                      {kUpgraded, "/cache/first " + folder}});
   }
   static std::string exchange() {
     return std::string(kOther) + " " + std::string(support::kPackagePath);
@@ -129,43 +141,27 @@ TEST_F(ExchangeTest, WhenTheUpgradeHasEnded) {
 
 // The file's own times tell nothing when its whole folder goes away and comes back.
 TEST_F(ExchangeTest, ThereAndBackAgain) {
-  const auto copy_log_folder = [this](const std::string& folder) {
-    device().write_file(folder + "/upgrade.package", other_.bytes());
-  };
-  copy_log_folder("/cache/second");
-  const std::string away = std::string(kFolder) + " /cache/first";
-  const std::string there = "/cache/second " + std::string(kFolder);
-  const std::string off = std::string(kFolder) + " /cache/second";
-  const std::string back = "/cache/first " + std::string(kFolder);
+  expect_taken_back(install_from_other_folder(), "another image in rootfs2");
+}
 
-  const Ended run =
-      run_while({"install", "--trust", kTrust},
-                {{kUpgrading, away}, {kUpgrading, there}, {kUpgraded, off}, {kUpgraded, back}});
-
-  expect_taken_back(run, "another image in rootfs2");
+// In the block in which the image ends, and in one behind it.
+TEST_F(ExchangeTest, ThereAndBackAgainWithMoreBehindAnImage) {
+  const sim::Bytes image = package_.partitions[1].data;
+  for (const std::size_t more : {10U, 3000U}) {
+    sim::Bytes longer = image;
+    longer.resize(image.size() + more, 0x5A);
+    other_.partitions[1].data = longer;
+    expect_taken_back(install_from_other_folder(), "more than the image in rootfs2\n");
+  }
 }
 
 TEST_F(ExchangeTest, ThereAndBackAgainWithPartitionsThatNobodySigned) {
-  device().remove_file(kOther);
   support::PackageFile small = package_;
   small.upgrade_type = 1;
   small.partitions.resize(1);
-  const sim::Bytes bytes = small.bytes();
-  const pki::Identity release{pki::Wish()};
-  put_package(bytes);
-  device().write_file(kTrust, support::bytes(release.pem()));
-  device().write_file(std::string(support::kPackagePath) + ".p7s",
-                      support::bytes(pki::sign({bytes.begin(), bytes.end()}, {release})));
-  device().write_file("/cache/second/upgrade.package", other_.bytes());
-  const std::string folder = kFolder;
+  put_signed(small);
 
-  const Ended run =
-      run_while({"install", "--trust", kTrust}, {{kUpgrading, folder + " /cache/first"},
-                                                 {kUpgrading, "/cache/second " + folder},
-                                                 {kUpgraded, folder + " /cache/second"},
-                                                 {kUpgraded, "/cache/first " + folder}});
-
-  expect_taken_back(run, "the partition rootfs written out of its turn\n");
+  expect_taken_back(install_from_other_folder(), "the partition rootfs written out of its turn\n");
 }
 
 TEST_F(ExchangeTest, ATargetThatCannotBeTakenBackIsNamed) {

@@ -49,8 +49,7 @@ int copy_passphrase(const std::string& text, char* buffer, int size) {
   if (text.size() > static_cast<size_t>(size)) {
     return -1;
   }
-  memcpy(buffer, text.data(), text.size());
-  return static_cast<int>(text.size());
+  return static_cast<int>(text.copy(buffer, static_cast<size_t>(size)));
 }
 
 int ask_passphrase(const std::string& path, char* buffer, int size) {

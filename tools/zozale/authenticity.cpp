@@ -52,37 +52,47 @@ std::string difference(const PackageFile& package, Meter& meter, Display& displa
     display.show(meter.reading());
   });
   meter.end_step();
-  // A writer of this very moment would leave its traces by now.
-  const bool same = hash.digest() == package.authentic->digest && package.file.is_unchanged();
-  return same ? "" : "other content, with the SHA-512 " + hex(hash.digest());
+  if (hash.digest() != package.authentic->digest) {
+    return "other content, with the SHA-512 " + hex(hash.digest());
+  }
+  return package.file.is_unchanged() ? "" : kAnotherFile;
 }
 
-std::string wrong_partitions(const PackageFile& package, const PartitionWitness& witness,
-                             bool succeeded) {
+std::string wrong_partitions(const PackageFile& package, const Outcome& outcome) {
   const std::vector<PackageEntry>& entries = package.view.partitions;
-  const std::vector<std::string>& names = witness.names();
-  const bool too_few = succeeded && names.size() < entries.size();
+  const std::vector<std::string>& names = outcome.partitions;
   for (size_t i = 0; i < names.size(); ++i) {
     if (i >= entries.size() || names[i] != entries[i].name) {
       return "the partition " + printable(names[i]) + " written out of its turn";
     }
   }
+  const bool too_few = outcome.succeeded && names.size() < entries.size();
   return too_few
              ? counted(names.size(), "partition") + " written of " + std::to_string(entries.size())
              : "";
 }
 
-// Compares whole digests, where the library stops at a zero byte.
-std::string wrong_content(const PackageFile& package, const Plan& plan, Meter& meter,
-                          Display& display) {
-  const MtdTable table = MtdTable::read();
-  for (size_t i = 0; i < plan.items.size(); ++i) {
-    const PlanItem& item = plan.items[i];
+// Compares whole digests, where the library stops at a zero byte. Bytes behind the image of a
+// partition that the library passed over were there before.
+std::string wrong_content(const PlanItem& item, const Digest& wanted, bool written) {
+  const Flash flash(MtdTable::read().require(item.mtd));
+  if (image_digest(flash, item.bytes) != wanted) {
+    return "another image in " + printable(item.mtd) + ", or one that cannot be read";
+  }
+  return written && !is_erased_behind(flash, item.bytes)
+             ? "more than the image in " + printable(item.mtd)
+             : "";
+}
+
+std::string wrong_contents(const PackageFile& package, const Outcome& outcome, Meter& meter,
+                           Display& display) {
+  for (size_t i = 0; i < outcome.plan.items.size(); ++i) {
+    const PlanItem& item = outcome.plan.items[i];
     meter.begin_step(Work::kRead, "checking the origin of what is in", item.mtd, item.bytes);
     display.show(meter.reading());
-    if (image_digest(Flash(table.require(item.mtd)), item.bytes) !=
-        package.view.partitions[i].hash) {
-      return "another image in " + printable(item.mtd) + ", or one that cannot be read";
+    std::string found = wrong_content(item, package.view.partitions[i].hash, outcome.written.at(i));
+    if (!found.empty()) {
+      return found;
     }
     meter.end_step();
   }
@@ -90,13 +100,13 @@ std::string wrong_content(const PackageFile& package, const Plan& plan, Meter& m
 }
 
 // What cannot be looked at counts as wrong.
-std::string wrong_outcome(const PackageFile& package, const Plan& plan,
-                          const PartitionWitness& witness, bool succeeded, Meter& meter,
+std::string wrong_outcome(const PackageFile& package, const Outcome& outcome, Meter& meter,
                           Display& display) {
   try {
-    std::string found = wrong_partitions(package, witness, succeeded);
+    std::string found = wrong_partitions(package, outcome);
     found = found.empty() ? difference(package, meter, display) : found;
-    return found.empty() && succeeded ? wrong_content(package, plan, meter, display) : found;
+    return found.empty() && outcome.succeeded ? wrong_contents(package, outcome, meter, display)
+                                              : found;
   } catch (const Error& error) {
     return error.what();
   }
@@ -168,19 +178,19 @@ void plan_authentic_outcome(Meter& meter, const PackageFile& package) {
   }
 }
 
-void require_authentic_outcome(Session& session, const PackageFile& package, const Plan& plan,
-                               const PartitionWitness& witness, bool succeeded, Meter& meter,
-                               Display& display) {
+void require_authentic_outcome(Session& session, const PackageFile& package, const Outcome& outcome,
+                               Meter& meter, Display& display) {
   if (!package.authentic) {
     return;
   }
-  const std::string found = wrong_outcome(package, plan, witness, succeeded, meter, display);
+  const std::string found = wrong_outcome(package, outcome, meter, display);
   if (!found.empty()) {
     display.end();
+    const System target = outcome.plan.target;
     throw Failure(kExitExchanged,
                   {"the package was exchanged while it was installed",
-                   "the package that was checked, and its images, in " + in_words(plan.target),
-                   found, take_target_back(session.library, plan.target) + kFindWriter});
+                   "the package that was checked, and its images, in " + in_words(target), found,
+                   take_target_back(session.library, target) + kFindWriter});
   }
 }
 

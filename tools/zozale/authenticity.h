@@ -48,13 +48,20 @@ class PartitionWitness : public Follower {
 // Plans the reading that require_authentic_outcome() does.
 void plan_authentic_outcome(Meter& meter, const PackageFile& package);
 
+// What an upgrade has done.
+struct Outcome {
+  const Plan& plan;
+  const std::vector<std::string>& partitions;  // as a PartitionWitness has them
+  const std::vector<bool>& written;            // which of these it wrote to
+  bool succeeded;
+};
+
 // After an upgrade, of a package whose signature was checked: that the package is the same, that no
 // other partitions were upgraded, and, if the upgrade succeeded, that the target's partitions hold
-// its images. Otherwise the target, which the library has marked bootable, is marked unbootable.
-// Throws Failure(kExitExchanged).
-void require_authentic_outcome(Session& session, const PackageFile& package, const Plan& plan,
-                               const PartitionWitness& witness, bool succeeded, Meter& meter,
-                               Display& display);
+// its images, with nothing behind them where they were written. Otherwise the target, which the
+// library has marked bootable, is marked unbootable. Throws Failure(kExitExchanged).
+void require_authentic_outcome(Session& session, const PackageFile& package, const Outcome& outcome,
+                               Meter& meter, Display& display);
 
 }  // namespace zozale::tool
 

@@ -43,6 +43,23 @@ std::optional<Digest> image_digest(const Flash& flash, uint64_t len) {
   return hash.digest();
 }
 
+bool is_erased_behind(const Flash& flash, uint64_t len) {
+  std::vector<uint8_t> block(flash.block_size());
+  auto index = static_cast<uint32_t>(len / block.size());
+  size_t used = len % block.size();
+  for (; index < flash.good_blocks(); ++index) {
+    if (!flash.read_good(index, block.data(), block.size())) {
+      return false;
+    }
+    std::fill_n(block.begin(), used, 0xFF);
+    if (!is_erased(block)) {
+      return false;
+    }
+    used = 0;
+  }
+  return true;
+}
+
 bool equal_for_library(Digest one, Digest two) {
   return hash_compare(reinterpret_cast<char*>(one.data()), reinterpret_cast<char*>(two.data()),
                       HASH_SHA512) == 0;

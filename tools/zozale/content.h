@@ -16,6 +16,10 @@ namespace zozale::tool {
 // SHA-512 of the first `len` bytes in the good blocks; nothing when they cannot be read.
 std::optional<Digest> image_digest(const Flash& flash, uint64_t len);
 
+// Whether the good blocks behind the first `len` bytes, and the rest of the block in which these
+// end, can be read and are erased.
+bool is_erased_behind(const Flash& flash, uint64_t len);
+
 // True when the library takes the two for equal: it compares up to a zero byte that both have.
 bool equal_for_library(Digest one, Digest two);
 

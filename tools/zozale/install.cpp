@@ -96,7 +96,9 @@ void run_upgrade(Session& session, const PackageFile& package, System target, Di
   PartitionWitness witness(steps);
   const Upgrade upgrade = upgrade_by_library(session, witness);
   record_outcome(session.report, plan, steps.written());
-  require_authentic_outcome(session, package, plan, witness, upgrade.succeeded(), meter, display);
+  require_authentic_outcome(session, package,
+                            {plan, witness.names(), steps.written(), upgrade.succeeded()}, meter,
+                            display);
   if (!upgrade.succeeded()) {
     throw upgrade_failure(session.library, steps, target);
   }
