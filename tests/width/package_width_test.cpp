@@ -184,6 +184,27 @@ TEST_F(PackageWidthTest, VerifiesImagesPastTwoGigabytes) {
             "--------verify partition [rootfs] package info fail-----------\n");
 }
 
+// A length is unsigned to the verifier: nothing but an error ends the reading of a negative one.
+TEST_F(PackageWidthTest, ReadsOnForANegativeLength) {
+  for (const int len : {-1, INT_MIN}) {
+    support::PackageEntry entry{"kernel"};
+    entry.len = len;
+    entry.hash = sha512({});
+    put_head(package_of({entry}));
+    ASSERT_EQ(load(), 0);
+    device().faults().add({Op::read, kPath, 3, EIO});
+    const sim::Recording recording;
+    int result = 1;
+    log_ = logged([&] { result = verify_partition_package(get_partition_head_info()); });
+    EXPECT_EQ(result, -1) << len;
+    EXPECT_TRUE(support::has_line(
+        log_,
+        {"get_hash_SHA512_from_fd", "Get file content failed, error: 5[Input/output error]!"}));
+    EXPECT_EQ(recording.calls(Op::read, kPath).size(), 3U);
+    deinit_upgrade_package_info();
+  }
+}
+
 // Of a file of 4 GiB and more, the content digest covers what 32 bits of its size tell.
 TEST_F(PackageWidthTest, VerifiesThePackageWhoseSizeWraps) {
   support::PackageFile package;
