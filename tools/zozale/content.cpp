@@ -46,7 +46,7 @@ std::optional<Digest> image_digest(const Flash& flash, uint64_t len) {
 bool is_erased_behind(const Flash& flash, uint64_t len) {
   std::vector<uint8_t> block(flash.block_size());
   auto index = static_cast<uint32_t>(len / block.size());
-  size_t used = len % block.size();
+  auto used = static_cast<size_t>(len % block.size());
   for (; index < flash.good_blocks(); ++index) {
     if (!flash.read_good(index, block.data(), block.size())) {
       return false;
