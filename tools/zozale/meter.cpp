@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 
 namespace zozale::tool {
 namespace {
@@ -83,7 +84,7 @@ std::optional<int64_t> Meter::seconds_left() const {
   if (finished_ || !reading || !writing) {
     return std::nullopt;
   }
-  return static_cast<int64_t>(*reading + *writing + 0.5);
+  return std::llround(*reading + *writing);
 }
 
 std::optional<double> Meter::open_seconds(Work work) const {

@@ -53,9 +53,11 @@ Json json_of(const StoreState& state, bool sync) {
 }
 
 bool failed(const StoreState& state, bool sync) {
-  return sync ? state.sync_status == SYNC_STATUS_FAIL
-              : state.upgrade_status == UPGRADE_STATUS_VERIFY_FAIL ||
-                    state.upgrade_status == UPGRADE_STATUS_UPDATE_FAIL;
+  if (sync) {
+    return state.sync_status == SYNC_STATUS_FAIL;
+  }
+  const int status = state.upgrade_status.value_or(-1);
+  return status == UPGRADE_STATUS_VERIFY_FAIL || status == UPGRADE_STATUS_UPDATE_FAIL;
 }
 
 // Follows one operation: an upgrade, or a synchronisation.
