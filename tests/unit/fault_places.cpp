@@ -26,50 +26,61 @@ bool is_partition(const FaultPlace& place) {
 std::vector<int> node_errors(Op op) {
   switch (op) {
     case Op::open:
-      return {EACCES, EPERM, ENOENT, ENODEV, ENXIO, EBUSY, EROFS, EMFILE, ENFILE, ENOMEM, EINTR};
+      return {EACCES, EPERM, ENOENT, ENOTDIR, ELOOP,  ENODEV, ENXIO,
+              EBUSY,  EROFS, EMFILE, ENFILE,  ENOMEM, EINTR,  EIO};
     case Op::close:
       return {EIO, EINTR};
     case Op::read:
-      return {EIO, EBADMSG, EUCLEAN, EINTR, EINVAL, ENOMEM, ENODEV};
+      return {EIO,    EBADMSG, EUCLEAN, EINTR, EINVAL,    EFAULT,
+              ENOMEM, EPERM,   EACCES,  EBUSY, ETIMEDOUT, ENODEV};
     case Op::write:
-      return {EIO, EROFS, ENOSPC, EINVAL, EPERM, ENOMEM, EINTR, ENODEV};
+      return {EIO,    EROFS, EPERM,  EACCES, ENOSPC,    EINVAL,
+              EFAULT, EBUSY, ENOMEM, EINTR,  ETIMEDOUT, ENODEV};
     case Op::lseek:
-      return {EINVAL};
+      return {EINVAL, EOVERFLOW, ESPIPE};
     case Op::memgetinfo:
-      return {EIO, EFAULT, ENOTTY, ENODEV};
+      return {EIO, EFAULT, ENOTTY, EINVAL, EACCES, ENODEV};
     case Op::memerase:
     case Op::memerase64:
-      return {EIO, EROFS, EPERM, EINVAL, ENOMEM, EINTR, ENODEV};
+      return {EIO,    EROFS, EPERM,  EACCES, EINVAL,    EFAULT,
+              ENOTTY, EBUSY, ENOMEM, EINTR,  ETIMEDOUT, ENODEV};
     case Op::memgetbadblock:
-      return {EIO, EINVAL, EOPNOTSUPP, ENODEV};
+      return {EIO, EINVAL, EFAULT, ENOTTY, EACCES, EOPNOTSUPP, EBUSY, ETIMEDOUT, ENODEV};
     case Op::protect_lift:
     case Op::protect_restore:
-      return {EIO, ENOTTY, EPERM, EINVAL, EBUSY, ENODEV};
+      return {EIO, ENOTTY, EPERM, EACCES, EINVAL, EFAULT, EBUSY, ENODEV};
     default:
       return {EIO};  // the chip has one error
   }
 }
 
+// Looking up a path, whatever is done there.
+std::vector<int> path_errors(std::vector<int> further) {
+  further.insert(further.end(),
+                 {EACCES, ENOENT, ENOTDIR, ELOOP, ENAMETOOLONG, EIO, EUCLEAN, ENOMEM});
+  return further;
+}
+
+// EUCLEAN and EBADMSG: a file system that found its own structures damaged.
 std::vector<int> file_errors(Op op) {
   switch (op) {
     case Op::open:
     case Op::fopen:
-      return {EACCES, EPERM, ENOENT, EIO, EMFILE, ENFILE, ENOMEM, EINTR};
+      return path_errors({EPERM, EMFILE, ENFILE, EOVERFLOW, EINTR});
     case Op::close:
     case Op::fclose:
       return {EIO, EINTR};
     case Op::read:
-      return {EIO, EINTR, EINVAL, EISDIR};
     case Op::stream_read:
-      return {EIO, EINTR};
+      return {EIO, EINTR, EINVAL, EFAULT, EISDIR, EUCLEAN, EBADMSG, ENOMEM};
     case Op::lseek:
-      return {EINVAL};
+      return {EINVAL, EOVERFLOW, ESPIPE};
     case Op::stat:
-      return {EACCES, ENOENT, EIO, ENOMEM};
+      return path_errors({EOVERFLOW});
     case Op::access:
-      return {ENOENT, EACCES, EIO, EROFS};
+      return path_errors({EPERM, EROFS});
     case Op::mkdir:
-      return {EACCES, EEXIST, ENOENT, ENOSPC, EROFS, EDQUOT, EIO, EMLINK, ENOTDIR};
+      return path_errors({EPERM, EEXIST, ENOSPC, EROFS, EDQUOT, EMLINK});
     default:
       return {EIO};
   }

@@ -2,6 +2,11 @@
 //
 // What can go wrong in a call, thing by thing: every request that it makes, with every error that
 // the kernel has for it.
+//
+// Left out is what these calls cannot meet: EBADF, since no descriptor is used that was not opened;
+// EAGAIN, of descriptors that do not block; ENOSPC, EDQUOT, EFBIG and ETXTBSY on files, of which
+// the log alone is written (work_files_sweep_test.cpp); ENAMETOOLONG on nodes, of at most 15
+// characters; ESTALE and its like, of file systems on a network.
 #ifndef TESTS_UNIT_FAULT_PLACES_H
 #define TESTS_UNIT_FAULT_PLACES_H
 
