@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // A package that is exchanged between check and use, at each moment at which that matters.
+#include <algorithm>
+
 #include "tests/pki/pki.h"
 #include "tool_test.h"
 
@@ -127,6 +129,27 @@ TEST_F(ExchangeTest, ByBytesInTheSameFile) {
 TEST_F(ExchangeTest, WithoutASignature) {
   const std::uint64_t before = erases();
   expect_nothing_erased(run_while({"install"}, {{kVerified, exchange()}}), before);
+}
+
+// The version is looked at in the bytes that were signed: the file says another one only between
+// the reading for the signature and the next.
+TEST_F(ExchangeTest, AVersionThatIsThereForAMomentOnly) {
+  package_.version = 5;
+  const sim::Bytes newer = package_.bytes();
+  package_.version = 4;
+  put_signed(package_);
+  const sim::Bytes older = package_.bytes();
+  const auto version =
+      std::mismatch(older.begin(), older.end(), newer.begin()).first - older.begin();
+  const Ended run = run_on_device(
+      {"/usr/bin/env",
+       "EXCHANGE_BYTE=" + std::to_string(version) + " 5 " + std::string(support::kPackagePath),
+       DEVICE_TOOL_WITH_EXCHANGES, "install", "--trust", kTrust, "--min-version", "5"});
+
+  EXPECT_EQ(run.status, 3) << run;
+  EXPECT_TRUE(
+      run.complains("zozale: the package is too old: its version is 4, at least 5 is wanted\n"))
+      << run;
 }
 
 TEST_F(ExchangeTest, WhenTheUpgradeBegins) {

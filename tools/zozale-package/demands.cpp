@@ -26,11 +26,12 @@ std::string Demands::signature_file(const std::string& package) const {
   return signature.empty() ? signature_path(package) : signature;
 }
 
-Authentic require_signature(const InputFile& package, const CertificateFile& trust,
-                            const Demands& demands) {
-  const std::string signature = read_signature(demands.signature_file(package.path()));
-  const Digest digest = hash_range(package, 0, package.size()).digest();
-  return {digest, check_signature(signature, digest, trust, demands.time)};
+Authentic require_signature(const ByteSource& package, const PackageStart& start,
+                            const std::string& signature, const CertificateFile& trust,
+                            const CheckTime& when) {
+  const std::string bytes = read_signature(signature);
+  const Digest digest = start.hash_with_rest_of(package).digest();
+  return {digest, check_signature(bytes, digest, trust, when)};
 }
 
 void require_version(const PackageView& package, const Demands& demands) {
@@ -58,13 +59,19 @@ void require_plat(const PackageView& package, const Demands& demands) {
 
 DemandsReading check_demands(const InputFile& package, const Demands& demands) {
   DemandsReading reading;
+  const PackageStart start(package);
   if (demands.signature_asked()) {
     const CertificateFile trust = read_certificates(demands.trust);
     add_refusal(
-        "signature", [&] { reading.signer = require_signature(package, trust, demands).signer; },
+        "signature",
+        [&] {
+          reading.signer = require_signature(package, start, demands.signature_file(package.path()),
+                                             trust, demands.time)
+                               .signer;
+        },
         reading.findings);
   }
-  const PackageReading head = read_package(package);
+  const PackageReading head = read_package(start);
   if (head.package) {
     add_refusal(
         "head.upgrade_package_version", [&] { require_version(*head.package, demands); },

@@ -37,10 +37,11 @@ struct Authentic {
   Signer signer;
 };
 
-// Reads the whole package and checks its signature against the certificates of demands.trust, which
-// `trust` holds. Throws Refused, or Error when a file cannot be read.
-Authentic require_signature(const InputFile& package, const CertificateFile& trust,
-                            const Demands& demands);
+// Reads the package behind its start and checks the signature in `signature`, a file, against the
+// certificates. Throws Refused, or Error when a file cannot be read.
+Authentic require_signature(const ByteSource& package, const PackageStart& start,
+                            const std::string& signature, const CertificateFile& trust,
+                            const CheckTime& when);
 
 // Compares the head's upgrade_package_version, and its plat, with what is asked for, if anything
 // is. Throws Refused.

@@ -11,6 +11,9 @@ namespace {
 
 static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "the records are read as they lie");
 
+constexpr uint64_t kMostHeadAndTables =
+    kHeadSize + kMaxPackageEntries * (sizeof(partition_head_info_t) + sizeof(extra_head_info_t));
+
 Digest to_digest(const uint8_t (&bytes)[64]) {
   Digest digest{};
   std::copy(std::begin(bytes), std::end(bytes), digest.begin());
@@ -136,6 +139,24 @@ std::vector<PackageEntry> PackageView::entries() const {
   std::vector<PackageEntry> all = partitions;
   all.insert(all.end(), extras.begin(), extras.end());
   return all;
+}
+
+PackageStart::PackageStart(const ByteSource& package)
+    : size_(package.size()),
+      bytes_(static_cast<size_t>(std::min(package.size(), kMostHeadAndTables))) {
+  package.read_at(0, bytes_.data(), bytes_.size());
+}
+
+void PackageStart::read_at(uint64_t offset, void* buffer, size_t len) const {
+  MemorySource(bytes_.data(), bytes_.size()).read_at(offset, buffer, len);
+}
+
+Sha512 PackageStart::hash_with_rest_of(const ByteSource& package) const {
+  Sha512 hash;
+  hash.update(bytes_.data(), bytes_.size());
+  for_each_chunk(package, bytes_.size(), size_ - bytes_.size(),
+                 [&hash](const uint8_t* bytes, size_t count) { hash.update(bytes, count); });
+  return hash;
 }
 
 PackageReading read_package(const ByteSource& source) {

@@ -57,6 +57,24 @@ struct PackageView {
   std::vector<PackageEntry> entries() const;
 };
 
+// The beginning of a package, in which its head and tables lie, read once and kept: what is hashed
+// and what is looked at are the same bytes, whatever becomes of the file meanwhile.
+class PackageStart : public ByteSource {
+ public:
+  // Throws Error when reading fails.
+  explicit PackageStart(const ByteSource& package);
+
+  // Of the whole package; only what is kept can be read.
+  uint64_t size() const override { return size_; }
+  void read_at(uint64_t offset, void* buffer, size_t len) const override;
+  // The hash of all of the package: of these bytes, then of those behind them in `package`.
+  Sha512 hash_with_rest_of(const ByteSource& package) const;
+
+ private:
+  uint64_t size_;
+  std::vector<uint8_t> bytes_;
+};
+
 struct PackageReading {
   // Empty when the head or the tables cannot be read; an error then says why.
   std::optional<PackageView> package;

@@ -97,11 +97,13 @@ Failure damage(const StatedDigest& stated, const Digest& found) {
 
 PackageFile open_package(const Demands& demands) {
   InputFile file = open_file();
+  const PackageStart start(file);
   std::optional<Authentic> authentic;
   if (demands.signature_asked()) {
-    authentic = require_signature(file, require_trusted_certificates(demands.trust), demands);
+    authentic = require_signature(file, start, demands.signature_file(file.path()),
+                                  require_trusted_certificates(demands.trust), demands.time);
   }
-  PackageReading reading = read_package(file);
+  PackageReading reading = read_package(start);
   if (!reading.package) {
     require_sound(reading.findings);
   }
