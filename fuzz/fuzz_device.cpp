@@ -123,7 +123,7 @@ void FuzzDevice::close_package() {
 }
 
 void set_bad_blocks(sim::Partition partition, unsigned bits) {
-  for (unsigned block = 0; block < 8 && block < partition.blocks(); ++block) {
+  for (unsigned block = 0; block < partition.blocks(); ++block) {
     partition.set_bad(block, ((bits >> block) & 1U) != 0);
   }
 }

@@ -59,7 +59,7 @@ class FuzzDevice {
   std::map<std::string, std::string, std::less<>> store_;
 };
 
-// Block n is bad when bit n is set, of the first eight blocks.
+// Block n is bad when bit n is set.
 void set_bad_blocks(sim::Partition partition, unsigned bits);
 
 // Lets the driver tell a geometry that cannot be, one of seven; false for 0, the truth.

@@ -3,8 +3,8 @@
 // The "flags" partition: which blocks are bad, what stands at the start of each block, and a
 // driver that may tell a geometry that cannot be.
 //
-// Input: a byte of bad blocks, a byte that chooses what is done and how the geometry lies, then
-// 292 bytes for each block in turn.
+// Input: two bytes of bad blocks, the first eight first, a byte that chooses what is done and how
+// the geometry lies, then 292 bytes for each block in turn.
 #include <algorithm>
 #include <cstdint>
 
@@ -18,7 +18,7 @@ namespace {
 
 using fuzz::FuzzDevice;
 
-constexpr size_t kHeader = 2;
+constexpr size_t kHeader = 3;
 constexpr unsigned kLieShift = 3;
 
 void put_records(sim::Partition flags, const uint8_t* data, size_t size) {
@@ -95,9 +95,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   FuzzDevice& device = FuzzDevice::get();
   device.reset();
   sim::Partition flags = device.partition("flags");
-  fuzz::set_bad_blocks(flags, data[0]);
+  fuzz::set_bad_blocks(flags, data[0] + 256U * data[1]);
   put_records(flags, data + kHeader, size - kHeader);
-  const unsigned choice = data[1];
+  const unsigned choice = data[2];
   const bool lies = fuzz::lie_about(flags, (choice >> kLieShift) & 7U);
   if (!lies) {
     require_agreement();
