@@ -1,11 +1,14 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: Apache-2.0
 """Runs whole operations of the library under valgrind: no memory error, nothing lost, and nothing
-left open but the log, and the package after a load that failed half-way.
+left open but the log, and the package after a load that failed half-way. Each fault has to strike.
 
 Usage: memcheck_test.py PROGRAMS WORK_FOLDER
 """
 
+import collections
+import errno
+import os
 import pathlib
 import re
 import subprocess
@@ -18,30 +21,36 @@ from device import Device  # noqa: E402
 
 ERROR = 99
 SUPPRESSIONS = pathlib.Path(__file__).resolve().parent / "memcheck.supp"
+TRACE = WORK / "trace"
 LOG = "upi_ab.log"
 PACKAGE = "upgrade.package"
 
 
 def open_files(report):
-    """Names of the files that were open at the end, but those that the parent had handed down."""
+    """Names of the files that were open at the end, but the simulator's trace and those that the
+    parent had handed down."""
     found = re.findall(r"Open (?:file descriptor|AF_\w+ socket) \d+:(.*)\n((?:==\d+==    .*\n)*)", report)
     return [pathlib.Path(name.strip()).name for name, where in found
-            if "inherited from parent" not in where]
+            if "inherited from parent" not in where and pathlib.Path(name.strip()) != TRACE]
 
 
 def host(device, *arguments):
     report = WORK / "report"
+    TRACE.unlink(missing_ok=True)
     done = subprocess.run(
-        [*device.before(), "valgrind", "--quiet", "--leak-check=full", "--track-fds=yes",
+        [PROGRAMS / "zozale-sim", "run", device.path, "--trace", TRACE, "--",
+         "valgrind", "--quiet", "--leak-check=full", "--track-fds=yes",
          "--errors-for-leak-kinds=definite,indirect,possible", f"--error-exitcode={ERROR}",
          f"--suppressions={SUPPRESSIONS}", f"--log-file={report}", PROGRAMS / "bench_host", *arguments],
         stdout=subprocess.DEVNULL)
     return done.returncode, report.read_text()
 
 
-def check(what, device, arguments, result, left_open):
+def check(what, device, arguments, result, left_open, fault=None):
     code, report = host(device, *arguments)
     problems = []
+    if fault and not fault.struck(device):
+        problems.append("the fault did not strike")
     if code != result:
         problems.append(f"ended with {code}, expected {result}")
     if sorted(open_files(report)) != sorted(left_open):
@@ -73,8 +82,20 @@ def faulty(device, toml):
     return device
 
 
-def fault(op, where, at, errno="EIO"):
-    return f'[[fault]]\noperation = "{op}"\nwhere = "{where}"\nat = {at}\nerrno = "{errno}"\n'
+class Fault(collections.namedtuple("Fault", "operation where at error", defaults=["EIO"])):
+    def toml(self):
+        return (f'[[fault]]\noperation = "{self.operation}"\nwhere = "{self.where}"\n'
+                f'at = {self.at}\nerrno = "{self.error}"\n')
+
+    def struck(self, device):
+        """Whether a call, there where the fault lies, ended with its error. A stream's refills are
+        counted and not traced, and only while a fault waits for one."""
+        if self.operation == "stream-read":
+            return device.operations()[self.operation] >= self.at
+        end = " = -1 " + os.strerror(getattr(errno, self.error))
+        return any(line.startswith(self.operation + " ") and line.endswith(end)
+                   and (f" {self.where} " in line or f"({self.where})" in line)
+                   for line in TRACE.read_text().splitlines())
 
 
 PACKAGE_PATH = "/cache/ovu_fota_ab/" + PACKAGE
@@ -84,27 +105,28 @@ WORN = '[[block]]\npartition = "rootfs2"\nblock = 1\ndefect = "worn"\n'
 # What fails, the call, its result, what it leaves open besides the log. One device goes through all
 # of them: what installs comes last.
 FAULTS = [
-    ("a flags node that cannot be opened", fault("open", "flags", 2, "EMFILE"), "install", 1, []),
-    ("a record that cannot be read", fault("read", "flags", 1), "sync", 1, []),
-    ("a target without a geometry", fault("MEMGETINFO", "rootfs2", 1), "install", 1, []),
-    ("a target that cannot be written", fault("write", "rootfs2", 3), "install", 1, []),
-    ("a target that stays protected", fault("protect-lift", "rootfs2", 1, "EPERM"), "sync", 1, []),
-    ("a source that cannot be read", fault("read", "rootfs", 2), "sync", 1, []),
-    ("a head that cannot be read", fault("read", PACKAGE_PATH, 2), "install", 1, [PACKAGE]),
-    ("a table that cannot be opened", fault("fopen", TABLE_PATH, 1, "EACCES"), "install", 1, []),
-    ("a table that cannot be read", fault("stream-read", TABLE_PATH, 1), "sync", 1, []),
-    ("a record's copy that cannot be written", fault("write", "flags", 1), "install", 0, []),
-    ("a target that cannot be read", fault("read", "rootfs2", 20), "install", 0, []),
-    ("a file that cannot be closed", fault("close", PACKAGE_PATH, 1), "install", 0, []),
+    ("a flags node that cannot be opened", Fault("open", "flags", 2, "EMFILE"), "install", 1, []),
+    ("a record that cannot be read", Fault("read", "flags", 1), "sync", 1, []),
+    ("a target without a geometry", Fault("MEMGETINFO", "rootfs2", 1), "install", 1, []),
+    ("a target that cannot be written", Fault("write", "rootfs2", 3), "install", 1, []),
+    ("a target that stays protected", Fault("protect-lift", "rootfs2", 1, "EPERM"), "sync", 1, []),
+    ("a source that cannot be read", Fault("read", "rootfs", 2), "sync", 1, []),
+    ("a head that cannot be read", Fault("read", PACKAGE_PATH, 2), "install", 1, [PACKAGE]),
+    ("a table that cannot be opened", Fault("fopen", TABLE_PATH, 1, "EACCES"), "install", 1, []),
+    ("a table that cannot be read", Fault("stream-read", TABLE_PATH, 1), "sync", 1, []),
+    ("a record's copy that cannot be written", Fault("write", "flags", 1), "install", 0, []),
+    ("a target that cannot be read", Fault("read", "rootfs2", 20), "install", 0, []),
+    ("a file that cannot be closed", Fault("close", PACKAGE_PATH, 1), "install", 0, []),
 ]
 
 
 def check_faults():
     device = Device(PROGRAMS, WORK / "faulty", 1, bad_percent=10)
-    for what, toml, call, result, left_open in FAULTS:
-        check(what, faulty(device, toml), [call], result, [LOG, *left_open])
+    for what, fault, call, result, left_open in FAULTS:
+        check(what, faulty(device, fault.toml()), [call], result, [LOG, *left_open], fault)
     device = Device(PROGRAMS, WORK / "worn", 1)
-    check("installation onto a worn block", faulty(device, WORN), ["install"], 1, [LOG])
+    check("installation onto a worn block", faulty(device, WORN), ["install"], 1, [LOG],
+          Fault("MEMERASE64", "rootfs2", 1))
 
 
 def main():
