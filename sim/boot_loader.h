@@ -36,6 +36,7 @@ struct BootRecord {
   std::int32_t status(System system) const;
   std::int32_t attempts(System system) const;
   void set_boot_to(System system);
+  void set_fota_status(std::uint32_t status) { set_word(8, status); }
   void set_status(System system, std::int32_t status);
   void set_attempts(System system, std::int32_t attempts);
 };

@@ -309,7 +309,7 @@ TEST_F(EveryState, NeverStartsUnbootableWhenThereIsAChoice) {
 // Only the boot target and the attempts are the boot loader's to change.
 TEST_F(EveryState, LeavesTheRestOfTheRecordAlone) {
   for_each_record([&](BootRecord r, const SystemState&, const SystemState&) {
-    r.set_word(8, 1);
+    r.set_fota_status(1);
     std::memset(r.bytes.data() + 36, 'x', 100);
     put_both(r, true, true);
     sim::boot(device());

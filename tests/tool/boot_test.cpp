@@ -101,7 +101,7 @@ TEST_F(BootTest, MarkWarnsBeforeTheRunningSystemIsGivenUp) {
 }
 
 TEST_F(BootTest, AcknowledgeClearsTheFotaStatus) {
-  write_flags([](sim::BootRecord& flags) { flags.set_word(8, 1); });
+  write_flags([](sim::BootRecord& flags) { flags.set_fota_status(1); });
 
   const Ended run = zozale({"acknowledge"});
 

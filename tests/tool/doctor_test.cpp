@@ -117,7 +117,7 @@ TEST_F(DoctorTest, WarnsOfARepeatedName) {
 TEST_F(DoctorTest, DecodesBothCopies) {
   write_flags([](sim::BootRecord& flags) {
     flags.set_boot_to(sim::System::b);
-    flags.set_word(8, 1);
+    flags.set_fota_status(1);
     flags.set_status(sim::System::a, sim::kStatusSuccessful);
     flags.set_attempts(sim::System::b, 2);
   });

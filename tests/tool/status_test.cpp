@@ -24,7 +24,7 @@ INSTANTIATE_TEST_SUITE_P(Either, StatusOfEither, ::testing::Values(sim::System::
 TEST_F(StatusTest, TellsBothSystemsInWords) {
   write_flags([](sim::BootRecord& flags) {
     flags.set_boot_to(sim::System::b);
-    flags.set_word(8, 1);
+    flags.set_fota_status(1);
     flags.set_status(sim::System::a, sim::kStatusSuccessful);
     flags.set_status(sim::System::b, sim::kStatusBootable);
     flags.set_attempts(sim::System::b, 2);
