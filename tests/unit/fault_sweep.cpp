@@ -339,7 +339,10 @@ std::string op_test_name(Op op) {
   return name;
 }
 
+std::string run_name(sim::System running, const std::string& operation) {
+  return std::string(1, sim::letter(running)) + "Runs" + operation;
+}
+
 std::string sweep_name(const ::testing::TestParamInfo<std::tuple<sim::System, sim::Op>>& sweep) {
-  return std::string(1, sim::letter(std::get<0>(sweep.param))) + "Runs" +
-         op_test_name(std::get<1>(sweep.param));
+  return run_name(std::get<0>(sweep.param), op_test_name(std::get<1>(sweep.param)));
 }

@@ -103,6 +103,8 @@ std::vector<sim::Fault> faults_for(sim::System running, const FaultPlace& place)
 std::vector<sim::Op> failing_operations(const std::vector<sim::Op>& never_made = {});
 // A kind's name without what a test's name may not hold.
 std::string op_test_name(sim::Op op);
+// "ARunsSync".
+std::string run_name(sim::System running, const std::string& operation);
 std::string sweep_name(const ::testing::TestParamInfo<std::tuple<sim::System, sim::Op>>& sweep);
 
 #endif

@@ -4,9 +4,7 @@
 // and it is the old one or the new one.
 #include <tuple>
 
-#include "fault_sweep.h"
-#include "upi_fotaflag_partition.h"
-#include "vemk_fota_ab_upgrade.h"
+#include "operations.h"
 
 namespace {
 
@@ -22,32 +20,23 @@ struct FlagsOperation {
 };
 
 const std::vector<FlagsOperation> kOperations = {
-    {{"SetBootToSystem", [] { return vemk_dual_set_boot_to_system(DUAL_SYSTEM2, 0); },
-      [](reference::Library& library) { return library.set_boot_to_system(DUAL_SYSTEM2, 0); }},
+    {kSetBootToSystem,
      [](sim::BootRecord& record) {
        record.set_boot_to(sim::System::b);
-       record.set_word(8, 1);
+       record.set_fota_status(1);
      }},
     {{"SetBootToSystemAndReboot", [] { return vemk_dual_set_boot_to_system(DUAL_SYSTEM, 1); },
       [](reference::Library& library) { return library.set_boot_to_system(DUAL_SYSTEM, 1); }},
      [](sim::BootRecord& record) { record.set_boot_to(sim::System::a); }},
-    {{"SetSystemStatus",
-      [] { return vemk_dual_set_system_status(DUAL_SYSTEM, DUALSYSTEM_STATUS_SUCCESSFUL); },
-      [](reference::Library& library) {
-        return library.set_system_status(DUAL_SYSTEM, DUALSYSTEM_STATUS_SUCCESSFUL);
-      }},
+    {kSetSystemStatus,
      [](sim::BootRecord& record) {
-       record.set_status(sim::System::a, DUALSYSTEM_STATUS_SUCCESSFUL);
+       record.set_status(sim::System::a, DUALSYSTEM_STATUS_UNBOOTABLE);
      }},
-    {{"SetFotaStatus", [] { return vemk_dual_set_fota_status_for_nv(1); },
-      [](reference::Library& library) { return library.set_fota_status(1); }},
-     [](sim::BootRecord& record) { record.set_word(8, 1); }},
+    {kSetFotaStatus, [](sim::BootRecord& record) { record.set_fota_status(1); }},
     {{"SetFotaStatusThatIs", [] { return dual_AB_set_fota_status_for_nv(0); },
       [](reference::Library& library) { return library.set_fota_status(0); }},
      {}},
-    {{"Init", [] { return vemk_init_flag_partition(); },
-      [](reference::Library& library) { return library.init_flag_partition(); }},
-     [](sim::BootRecord& record) { record = sim::factory_record(); }},
+    {kInitFlags, [](sim::BootRecord& record) { record = sim::factory_record(); }},
     {{"GetBootToSystem", [] { return vemk_dual_get_boot_to_system(); },
       [](reference::Library& library) { return library.boot_to_system(); }},
      {},
@@ -111,14 +100,19 @@ const std::vector<State> kLostStates = {
      }},
 };
 
-class FlagsSweepTest : public FaultSweep, public ::testing::WithParamInterface<FlagsOperation> {
+class FlagsSweepTest
+    : public FaultSweep,
+      public ::testing::WithParamInterface<std::tuple<sim::System, FlagsOperation>> {
  protected:
+  static sim::System running() { return std::get<0>(GetParam()); }
+  static const FlagsOperation& swept() { return std::get<1>(GetParam()); }
+
   void use_state(const State& state) {
-    use_defective_device(sim::System::a, "flags", {state.name, true, [&](sim::Partition& flags) {
-                                                     for (const std::uint32_t block : state.bad) {
-                                                       flags.set_bad(block);
-                                                     }
-                                                   }});
+    use_defective_device(running(), "flags", {state.name, true, [&](sim::Partition& flags) {
+                                                for (const std::uint32_t block : state.bad) {
+                                                  flags.set_bad(block);
+                                                }
+                                              }});
     if (state.change) {
       sim::Partition flags = partition("flags");
       state.change(flags);
@@ -129,19 +123,19 @@ class FlagsSweepTest : public FaultSweep, public ::testing::WithParamInterface<F
   void expect_old_or_new(const LibraryRun& run) {
     const sim::BootRecord before = old_;
     sim::BootRecord after = before;
-    if (GetParam().change) {
-      GetParam().change(after);
+    if (swept().change) {
+      swept().change(after);
     }
     const sim::RecordCopies copies = sim::read_records(device());
     ASSERT_NE(copies.chosen(), nullptr) << "no copy is left";
     const auto& found = copies.chosen()->record.bytes;
     EXPECT_TRUE(found == before.bytes || found == after.bytes);
-    EXPECT_TRUE(!GetParam().only_reads || run.made(Op::memerase).empty());
+    EXPECT_TRUE(!swept().only_reads || run.made(Op::memerase).empty());
   }
 
   const sim::BootRecord old_ = [] {
     sim::BootRecord record = sim::factory_record();
-    record.set_status(sim::System::b, sim::kStatusSuccessful);
+    record.set_status(sim::other(running()), sim::kStatusSuccessful);
     return record;
   }();
 };
@@ -150,9 +144,11 @@ TEST_P(FlagsSweepTest, KeepsARecordThatCounts) {
   for (const State& state : kStates) {
     SCOPED_TRACE(state.name);
     use_state(state);
-    const std::size_t kinds =
-        sweep_all(GetParam().operation, state.name == "Fresh" ? faults_at : one_error_at,
-                  [this](const LibraryRun& run) { expect_old_or_new(run); });
+    const auto faults = [&](const FaultPlace& place) {
+      return state.name == "Fresh" ? faults_for(running(), place) : one_error_at(place);
+    };
+    const std::size_t kinds = sweep_all(swept().operation, faults,
+                                        [this](const LibraryRun& run) { expect_old_or_new(run); });
     EXPECT_GE(kinds, 3U) << "kinds of requests";
   }
 }
@@ -161,8 +157,8 @@ TEST_P(FlagsSweepTest, DoesWhatItHasToWithoutARecord) {
   for (const State& state : kLostStates) {
     SCOPED_TRACE(state.name);
     use_state(state);
-    sweep_all(GetParam().operation, one_error_at, [](const LibraryRun& run) {
-      EXPECT_TRUE(!GetParam().only_reads || run.made(Op::memerase).empty());
+    sweep_all(swept().operation, one_error_at, [](const LibraryRun& run) {
+      EXPECT_TRUE(!swept().only_reads || run.made(Op::memerase).empty());
     });
   }
 }
@@ -185,12 +181,17 @@ TEST_F(HalfSpoiltFlagsTest, MakeASetterLoseTheGoodBackup) {
 TEST_P(FlagsSweepTest, SurvivesBlocksThatDie) {
   for (const Defect& defect : dying({0, 1, 2, 9}, 4)) {
     SCOPED_TRACE(defect.name);
-    use_defective_device(sim::System::a, "flags", defect);
-    expect_same(GetParam().operation);
+    use_defective_device(running(), "flags", defect);
+    expect_same(swept().operation);
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Of, FlagsSweepTest, ::testing::ValuesIn(kOperations),
-                         [](const auto& sweep) { return sweep.param.operation.name; });
+INSTANTIATE_TEST_SUITE_P(Of, FlagsSweepTest,
+                         ::testing::Combine(::testing::Values(sim::System::a, sim::System::b),
+                                            ::testing::ValuesIn(kOperations)),
+                         [](const auto& sweep) {
+                           return run_name(std::get<0>(sweep.param),
+                                           std::get<1>(sweep.param).operation.name);
+                         });
 
 }  // namespace

@@ -1,18 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Operations that only read the package, in which any one request fails.
-#include <tuple>
-
-#include "fault_sweep.h"
+#include "operations.h"
 #include "upi_public.h"
-#include "vemk_fota_ab_upgrade.h"
 
 namespace {
-
-const Operation kVerify = {"Verify", [] { return vemk_dual_verify(); },
-                           [](reference::Library& library) { return library.verify(); }};
-const Operation kType = {"UpgradeType", [] { return vemk_dual_get_upgrade_type(); },
-                         [](reference::Library& library) { return library.upgrade_type(); }};
 
 class PackageSweepTest : public FaultSweep, public ::testing::WithParamInterface<sim::System> {
  protected:
@@ -50,10 +42,10 @@ TEST_P(PackageSweepTest, VerificationTellsTheTruth) {
 }
 
 TEST_P(PackageSweepTest, TheUpgradeTypeIsReadOrNot) {
-  const std::size_t kinds = sweep_all(kType, faults_at, [this](const LibraryRun& run) {
+  const std::size_t kinds = sweep_all(kUpgradeType, faults_at, [this](const LibraryRun& run) {
     expect_untouched(run);
     EXPECT_TRUE(run.store.empty());
-    EXPECT_EQ(run_library(kType.call).result, 0);
+    EXPECT_EQ(run_library(kUpgradeType.call).result, 0);
   });
   EXPECT_EQ(kinds, 9U);
 }

@@ -5,9 +5,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <tuple>
 
-#include "fault_sweep.h"
-#include "vemk_fota_ab_upgrade.h"
+#include "operations.h"
 
 namespace {
 
@@ -72,18 +72,22 @@ const std::vector<Operation> kOperations = {
      [](reference::Library& library) { return library.upgrade(); }},
     {"Sync", [] { return vemk_dual_sync_system(); },
      [](reference::Library& library) { return library.sync(); }},
-    {"Verify", [] { return vemk_dual_verify(); },
-     [](reference::Library& library) { return library.verify(); }},
-    {"SetBootToSystem", [] { return vemk_dual_set_boot_to_system(DUAL_SYSTEM2, 0); },
-     [](reference::Library& library) { return library.set_boot_to_system(DUAL_SYSTEM2, 0); }},
-    {"InitFlags", [] { return vemk_init_flag_partition(); },
-     [](reference::Library& library) { return library.init_flag_partition(); }},
+    kVerify,
+    kUpgradeType,
+    kSetBootToSystem,
+    kSetSystemStatus,
+    kSetFotaStatus,
+    kInitFlags,
 };
 
-class WorkFilesSweepTest : public FaultSweep, public ::testing::WithParamInterface<Operation> {
+class WorkFilesSweepTest
+    : public FaultSweep,
+      public ::testing::WithParamInterface<std::tuple<sim::System, Operation>> {
  protected:
+  static const Operation& swept() { return std::get<1>(GetParam()); }
+
   WorkFilesSweepTest() {
-    use_small_device(sim::System::a);
+    use_small_device(std::get<0>(GetParam()));
     put_package(support::system_package(2100));
     before_each([this] {
       device().write_file(kLog, std::string(trouble_.log_size, ' '));
@@ -98,7 +102,7 @@ class WorkFilesSweepTest : public FaultSweep, public ::testing::WithParamInterfa
     SCOPED_TRACE(trouble.name);
     trouble_ = trouble;
     told_ = 0;
-    expect_same(GetParam());
+    expect_same(swept());
     EXPECT_EQ(told_ > 0, !trouble.said.empty());
   }
 
@@ -133,7 +137,7 @@ TEST_P(WorkFilesSweepTest, FilesAndStoreMayRefuse) {
 TEST_P(WorkFilesSweepTest, LosesOneEntryByOneWriteThatFails) {
   trouble_ = {"one write", {{Op::stream_write, kLog, kNever, ENOSPC}}, {}};
   std::size_t entries = 0;
-  expect_same(GetParam(), {}, [&](const LibraryRun& run) {
+  expect_same(swept(), {}, [&](const LibraryRun& run) {
     entries = run.log.size();
     EXPECT_EQ(support::log_file(device()), run.log);
     EXPECT_EQ(device().count(Op::stream_write), entries);
@@ -141,14 +145,18 @@ TEST_P(WorkFilesSweepTest, LosesOneEntryByOneWriteThatFails) {
   for (std::size_t at = 1; at <= entries && !HasFailure(); ++at) {
     SCOPED_TRACE(at);
     trouble_.faults[0].at = at;
-    expect_same(GetParam(), {}, [&](LibraryRun run) {
+    expect_same(swept(), {}, [&](LibraryRun run) {
       run.log.erase(run.log.begin() + static_cast<std::ptrdiff_t>(at) - 1);
       EXPECT_TRUE(support::log_file(device()) == run.log);
     });
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Of, WorkFilesSweepTest, ::testing::ValuesIn(kOperations),
-                         [](const auto& sweep) { return sweep.param.name; });
+INSTANTIATE_TEST_SUITE_P(Of, WorkFilesSweepTest,
+                         ::testing::Combine(::testing::Values(sim::System::a, sim::System::b),
+                                            ::testing::ValuesIn(kOperations)),
+                         [](const auto& sweep) {
+                           return run_name(std::get<0>(sweep.param), std::get<1>(sweep.param).name);
+                         });
 
 }  // namespace
