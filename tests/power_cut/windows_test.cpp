@@ -166,6 +166,27 @@ TEST_F(Windows, AFlagsBlockThatFailsItsEraseLeavesOneCopyUntilTheNextStart) {
   expect_one_copy_until_a_start();
 }
 
+// The main copy goes with its block; the next block to be written holds the only one left.
+TEST_F(Windows, AFlagsBlockThatTurnsBadInAnInitialisationTakesTheRecordWithIt) {
+  constexpr std::uint64_t kBackupErased = 2;
+  const auto initialise = [] { return vemk_init_flag_partition(); };
+  const sim::Device::Snapshot valid = device().snapshot();
+  for (const auto defect :
+       {sim::EraseDefect::turns_bad_fails, sim::EraseDefect::turns_bad_passes}) {
+    device().restore(valid);
+    partition("flags").set_erase_defect(0, defect);
+    const sim::Device::Snapshot dying = device().snapshot();
+    lose_power(kBackupErased, CutKind::before, initialise);
+    EXPECT_TRUE(record_is_left());
+    device().restore(dying);
+    lose_power(kBackupErased, CutKind::after, initialise);
+    EXPECT_FALSE(record_is_left());
+    EXPECT_EQ(sim::boot(device()).started, System::a) << "whatever A holds";
+    EXPECT_EQ(run_library(initialise).result, 0);
+    EXPECT_TRUE(both_copies_are_valid());
+  }
+}
+
 TEST_F(Windows, ACopyThatCannotBeWrittenIsMissingUntilTheNextStart) {
   device().faults().add({sim::Op::write, "flags", 2, EIO});
   EXPECT_EQ(run_library(mark_target_unbootable).result, 0);
