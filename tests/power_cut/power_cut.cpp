@@ -21,6 +21,7 @@ struct Options {
   std::string operation;
   std::string system;
   std::string replay;
+  std::uint64_t at_least = 1;
   bool full = false;
   bool stop_at_failure = false;
   SweepOptions sweep;
@@ -121,7 +122,11 @@ int try_cuts(const Options& options) {
   }
   print_row("all", "", total);
   std::cout << total.tried() << " power cuts tried, " << total.failures << " failed\n";
-  return total.failures == 0 && total.tried() > 0 ? 0 : 1;
+  if (total.tried() < options.at_least) {
+    std::cout << "FAILED: fewer cuts than " << options.at_least << "\n";
+    return 1;
+  }
+  return total.failures == 0 ? 0 : 1;
 }
 
 std::vector<std::string> operation_names() {
@@ -142,6 +147,8 @@ int run(int argc, char** argv) {
   app.add_option("--replay", options.replay, "try one cut, by the name that a failure shows");
   app.add_flag("--full", options.full, "every geometry with every bad-block map");
   app.add_flag("--stop-at-failure", options.stop_at_failure, "end with the first failure");
+  app.add_option("--at-least", options.at_least, "fail when fewer cuts are tried")
+      ->capture_default_str();
   app.add_option("--seed", options.sweep.seed, "of the sampled second cuts")->capture_default_str();
   CLI11_PARSE(app, argc, argv);
   options.sweep.every_word = options.full;
