@@ -58,6 +58,11 @@ Records of_initialising(System running) {
   return {settled(running, sim::kStatusBootable), sim::factory_record()};
 }
 
+// No record is left, or none was ever written.
+Records of_initialising_blank_flags(System /*running*/) {
+  return {BootRecord{}, sim::factory_record()};
+}
+
 int upgrade(System /*running*/) {
   return vemk_dual_upgrade(nullptr);
 }
@@ -90,6 +95,7 @@ const std::vector<Operation>& operations() {
       {"set_system_status", of_marking, mark_successful, false},
       {"set_fota_status_for_nv", of_acknowledging, acknowledge, false},
       {"init_flag_partition", of_initialising, initialise, true, true},
+      {"init_flag_partition_blank", of_initialising_blank_flags, initialise, true, true},
   };
   return kOperations;
 }

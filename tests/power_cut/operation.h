@@ -28,9 +28,10 @@ constexpr std::uint32_t kRunningRelease = 1;  // of the one that does
 constexpr std::uint32_t kPackageRelease = 2;
 
 struct Operation {
-  std::string name;  // the exported function's, without what all have in common
-  // From the system that runs when the operation is called first.
-  std::vector<sim::BootRecord> (*records)(sim::System running);  // the one at the start first
+  std::string name;  // the exported function's, without what all have in common, and on what
+  // From the system that runs when the operation is called first. The one at the start comes first;
+  // not valid: the flags partition is erased.
+  std::vector<sim::BootRecord> (*records)(sim::System running);
   int (*call)(sim::System running);
   bool other_is_complete = true;   // at the start; else half of it was written
   bool overwrites_record = false;  // without a look at what is there

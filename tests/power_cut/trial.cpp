@@ -45,7 +45,9 @@ void Trial::prepare() {
     twin_.partition_of(sim::other(running), "rootfs").wipe();
   }
   twin_.put_package(release(kPackageRelease));
-  sim::write_records(twin_.device(), records_.front());
+  if (records_.front().valid()) {
+    sim::write_records(twin_.device(), records_.front());
+  }
   if (scenario_.map->dying) {
     set_dying_blocks(twin_.device());
   }
@@ -117,15 +119,17 @@ std::uint64_t Trial::recover() {
   return operations;
 }
 
-// The first copy is erased when its block turns bad, the second one is overwritten next.
-bool Trial::may_lose_record() const {
-  return scenario_.map->dying && scenario_.operation->overwrites_record;
+// When the block of the first copy turns bad, the second one is overwritten next: a row of
+// docs/reliability.md.
+bool Trial::may_lack_record() const {
+  return !records_.front().valid() ||
+         (scenario_.map->dying && scenario_.operation->overwrites_record);
 }
 
 void Trial::check_start(const sim::BootResult& result) {
   const sim::RecordCopies copies = sim::read_records(twin_.device());
   const bool lost = copies.chosen() == nullptr;
-  require(!lost || may_lose_record(), "no valid boot flag record is left");
+  require(!lost || may_lack_record(), "no valid boot flag record is left");
   const bool to_b = !lost && copies.chosen()->record.boot_to() == sim::kBootToB;
   require(result.started == (to_b ? sim::System::b : sim::System::a),
           "the boot target was not started");
@@ -136,7 +140,7 @@ void Trial::check_start(const sim::BootResult& result) {
 }
 
 void Trial::check_record(const sim::RecordCopies& copies) {
-  if (copies.chosen() == nullptr && may_lose_record()) {
+  if (copies.chosen() == nullptr && may_lack_record()) {
     return;
   }
   require(copies.chosen() != nullptr, "no valid boot flag record is left");

@@ -63,7 +63,7 @@ class Trial {
   void cut_operation(const sim::PowerCut& cut);
   void cut_recovery(const sim::PowerCut& cut);
 
-  bool may_lose_record() const;
+  bool may_lack_record() const;
   void check_start(const sim::BootResult& result);
   void check_record(const sim::RecordCopies& copies);
   void check_status();
