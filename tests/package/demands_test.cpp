@@ -172,6 +172,21 @@ TEST_F(DemandsTest, OptionsOfASignatureNeedTrust) {
   }
 }
 
+// What a shell makes of a variable that was never set.
+TEST_F(DemandsTest, AnEmptyNameOfAFileIsWrongUsage) {
+  sign();
+  for (const auto& demands :
+       std::vector<std::vector<std::string>>{{"--trust", ""},
+                                             {"--trust="},
+                                             {"--trust", "trust.pem", "--signature", ""},
+                                             {"--table", ""}}) {
+    const RunResult refused = check(demands);
+    EXPECT_EQ(refused.exit_code, 2) << demands.back();
+    EXPECT_EQ(refused.out, "");
+    EXPECT_THAT(refused.err, HasSubstr(demands.size() == 1 ? "--trust" : *(demands.end() - 2)));
+  }
+}
+
 TEST_F(DemandsTest, TrustThatCannotBeReadIsNoFaultOfThePackage) {
   const RunResult refused = check({"--trust", "none.pem"});
   EXPECT_EQ(refused.exit_code, 1);

@@ -202,6 +202,12 @@ TEST_F(SignTest, FilesThatAreNotWhatTheyShouldBe) {
   expect_refused(1, "cannot open \"none\"", {"--chain", "none"});
 }
 
+TEST_F(SignTest, AnEmptyNameOfAFileIsWrongUsage) {
+  for (const char* option : {"--chain", "--passphrase-file", "--output"}) {
+    expect_refused(2, std::string(option) + ": its value is empty", {option, ""});
+  }
+}
+
 TEST_F(SignTest, AFullFolderLeavesNothing) {
   expect_refused(1, "cannot create", {"-o", "no-such-folder/s"});
 }

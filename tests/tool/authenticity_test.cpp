@@ -220,6 +220,20 @@ TEST_F(AuthenticityTest, AVersionThatIsNoNumberIsWrongUsage) {
   }
 }
 
+// A script whose variable was never set must not install what nobody signed.
+TEST_F(AuthenticityTest, AnEmptyNameOfAFileIsWrongUsage) {
+  device().remove_file(kSignature);
+  for (const Arguments& command :
+       std::vector<Arguments>{{"install", "--trust", ""},
+                              {"install", "--trust="},
+                              {"verify", "--trust", ""},
+                              {"verify", "--trust", kTrust, "--signature", ""}}) {
+    const Ended run = zozale_untouched(command);
+    EXPECT_EQ(run.status, 2) << run;
+    EXPECT_TRUE(run.complains("--trust: ") || run.complains("--signature: ")) << run;
+  }
+}
+
 TEST_F(AuthenticityTest, ARefusalIsOneJsonDocument) {
   device().remove_file(kSignature);
 

@@ -43,12 +43,21 @@ CheckTime parse_time(const std::string& text) {
 
 }  // namespace
 
+CLI::Option* require_value(CLI::Option* option) {
+  return option->check(CLI::Validator(
+      [](const std::string& value) {
+        return std::string(
+            value.empty() ? "its value is empty; leave the option out, or name a file" : "");
+      },
+      ""));
+}
+
 void add_demand_options(CLI::App& command, Demands& demands) {
-  CLI::Option* trust = command.add_option(
-      "--trust", demands.trust, "Ask for a signature that leads to a certificate of this PEM file");
-  command
-      .add_option("--signature", demands.signature,
-                  "The signature; beside the package if not given")
+  CLI::Option* trust = require_value(
+      command.add_option("--trust", demands.trust,
+                         "Ask for a signature that leads to a certificate of this PEM file"));
+  require_value(command.add_option("--signature", demands.signature,
+                                   "The signature; beside the package if not given"))
       ->needs(trust);
   CLI::Option* time =
       command

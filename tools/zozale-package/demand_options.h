@@ -10,6 +10,10 @@
 
 namespace zozale {
 
+// Makes an empty value of the option wrong usage: it is what a shell's variable that was never set
+// gives, and what the option asks for would silently not be done.
+CLI::Option* require_value(CLI::Option* option);
+
 // `demands` must outlive the command.
 void add_demand_options(CLI::App& command, Demands& demands);
 

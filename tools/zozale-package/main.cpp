@@ -24,6 +24,7 @@ namespace {
 using zozale::Error;
 using zozale::ExitCode;
 using zozale::Findings;
+using zozale::require_value;
 
 struct CreateArguments {
   std::string manifest;
@@ -186,9 +187,9 @@ ExitCode run_extract(const zozale::ExtractPlan& plan) {
 
 CLI::App* add_create(CLI::App& app, CreateArguments& arguments) {
   CLI::App* create = app.add_subcommand("create", "Make a package from images");
-  create->add_option("manifest", arguments.manifest,
-                     "TOML manifest; its files' paths are relative to it");
-  create->add_option("-o,--output", arguments.out, "Package to make")->required();
+  require_value(create->add_option("manifest", arguments.manifest,
+                                   "TOML manifest; its files' paths are relative to it"));
+  require_value(create->add_option("-o,--output", arguments.out, "Package to make"))->required();
   create->add_option("--partition", arguments.partitions, "Image as NAME=FILE; may be repeated")
       ->allow_extra_args(false);
   create->add_option("--extra", arguments.extras, "Extra file as NAME=FILE; may be repeated")
@@ -209,7 +210,8 @@ CLI::App* add_create(CLI::App& app, CreateArguments& arguments) {
       ->add_option("--block-size", arguments.block_size,
                    "The head's block_size in bytes; the erase block if not given")
       ->transform(CLI::AsSizeValue(false));
-  create->add_option("--table", arguments.table, "Partition table file to check the names against");
+  require_value(create->add_option("--table", arguments.table,
+                                   "Partition table file to check the names against"));
   create->add_flag("--allow-zero-bytes", arguments.allow_zero_bytes,
                    "Do not pad for digests without zero bytes");
   return create;
@@ -218,28 +220,31 @@ CLI::App* add_create(CLI::App& app, CreateArguments& arguments) {
 CLI::App* add_reader(CLI::App& app, const std::string& name, const std::string& description,
                      ReadArguments& arguments) {
   CLI::App* command = app.add_subcommand(name, description);
-  command->add_option("package", arguments.package, "Package to read")->required();
+  require_value(command->add_option("package", arguments.package, "Package to read"))->required();
   command->add_flag("--json", arguments.json, "Answer as JSON");
   return command;
 }
 
 CLI::App* add_sign(CLI::App& app, zozale::SignPlan& plan) {
   CLI::App* sign = app.add_subcommand("sign", "Sign a package with a key and its certificate");
-  sign->add_option("package", plan.package, "Package to sign")->required();
-  sign->add_option("--key", plan.key, "Private key, PEM")->required();
-  sign->add_option("--cert", plan.certificate, "Certificate of the key, PEM")->required();
-  sign->add_option("--chain", plan.chain,
-                   "Certificates that stand between it and the trusted one, PEM");
-  sign->add_option("--passphrase-file", plan.passphrase_file,
-                   "File whose first line opens an encrypted key");
-  sign->add_option("-o,--output", plan.out, "The signature; PACKAGE.p7s if not given");
+  require_value(sign->add_option("package", plan.package, "Package to sign"))->required();
+  require_value(sign->add_option("--key", plan.key, "Private key, PEM"))->required();
+  require_value(sign->add_option("--cert", plan.certificate, "Certificate of the key, PEM"))
+      ->required();
+  require_value(sign->add_option("--chain", plan.chain,
+                                 "Certificates that stand between it and the trusted one, PEM"));
+  require_value(sign->add_option("--passphrase-file", plan.passphrase_file,
+                                 "File whose first line opens an encrypted key"));
+  require_value(
+      sign->add_option("-o,--output", plan.out, "The signature; PACKAGE.p7s if not given"));
   return sign;
 }
 
 CLI::App* add_extract(CLI::App& app, zozale::ExtractPlan& plan) {
   CLI::App* extract = app.add_subcommand("extract", "Take images and extra files out of a package");
-  extract->add_option("package", plan.package_path, "Package to read")->required();
-  extract->add_option("-o,--output", plan.folder, "Folder for the files; made if need be")
+  require_value(extract->add_option("package", plan.package_path, "Package to read"))->required();
+  require_value(
+      extract->add_option("-o,--output", plan.folder, "Folder for the files; made if need be"))
       ->required();
   extract
       ->add_option("--partition", plan.partitions,
@@ -263,8 +268,8 @@ ExitCode run(int argc, char** argv) {
   const CLI::App* show = add_reader(app, "show", "Show what a package holds", read_arguments);
   CLI::App* check =
       add_reader(app, "check", "Check all that a device would trip over", read_arguments);
-  check->add_option("--table", read_arguments.table,
-                    "Partition table file to check the names against");
+  require_value(check->add_option("--table", read_arguments.table,
+                                  "Partition table file to check the names against"));
   zozale::add_demand_options(*check, read_arguments.demands);
   const CLI::App* sign = add_sign(app, sign_plan);
   add_extract(app, extract_plan);
