@@ -274,9 +274,12 @@ void apply_block(Partition partition, const FaultPlan::Block& block) {
 void apply_page(Partition partition, const FaultPlan::Page& page) {
   if (page.defect == "unstable") {
     partition.set_page_unstable(page.block, page.page);
+  } else if (page.defect == "unreadable") {
+    partition.set_page_defects(page.block, page.page, kPageUnreadable);
+  } else if (page.defect == "misread") {
+    partition.set_page_defects(page.block, page.page, kPageMisread);
   } else {
-    partition.set_page_defects(page.block, page.page,
-                               page.defect == "unreadable" ? kPageUnreadable : kPageFailsProgram);
+    partition.set_page_defects(page.block, page.page, kPageFailsProgram);
   }
 }
 

@@ -150,7 +150,7 @@ struct FaultPlan {
     std::string partition;
     std::uint32_t block = 0;
     std::uint32_t page = 0;
-    std::string defect;  // "fails-program", "unreadable", "unstable"
+    std::string defect;  // "fails-program", "unreadable", "misread", "unstable"
   };
   std::vector<Block> blocks;
   std::vector<Page> pages;

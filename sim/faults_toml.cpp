@@ -114,7 +114,7 @@ FaultPlan::Page read_page(const TomlTable& table) {
   page.block = static_cast<std::uint32_t>(table.integer("block", 0, kMost));
   page.page = static_cast<std::uint32_t>(table.integer("page", 0, kMost));
   page.defect = table.text("defect");
-  check_defect(table, page.defect, {"fails-program", "unreadable", "unstable"});
+  check_defect(table, page.defect, {"fails-program", "unreadable", "misread", "unstable"});
   return page;
 }
 

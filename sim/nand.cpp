@@ -166,8 +166,12 @@ void Nand::Memory::read_page(std::uint64_t page, std::uint32_t from, std::uint8_
   if (state.unstable != 0) {
     shake(page, from, buffer, length);
   }
-  if ((state.defects & kPageUnreadable) != 0) {
+  if ((state.defects & kPageMisread) != 0) {
     garble(page, from, buffer, length);
+  }
+  if ((state.defects & kPageUnreadable) != 0) {
+    std::generate_n(buffer, length,
+                    [this] { return static_cast<std::uint8_t>(next_noise(chip().noise)); });
   }
 }
 

@@ -43,7 +43,8 @@ enum class EraseDefect : std::uint8_t {
 // Lasting defects of a page, to be combined.
 enum PageDefect : std::uint8_t {
   kPageFailsProgram = 1,  // programming is done and fails with EIO
-  kPageUnreadable = 2,    // beyond correction: reads give wrong data, the same each time, no error
+  kPageUnreadable = 2,    // beyond correction: each read gives other random bytes and no error
+  kPageMisread = 4,       // beyond correction: reads give wrong data, the same each time, no error
 };
 
 // What no kernel refuses and no chip should be asked for; counted since the chip was made.

@@ -146,6 +146,12 @@ partition = "kernel"
 block = 1
 page = 2
 defect = "unstable"
+
+[[page]]
+partition = "kernel"
+block = 1
+page = 3
+defect = "misread"
 )";
   const sim::FaultPlan plan = sim::read_faults(file);
   ASSERT_EQ(plan.faults.size(), 2U);
@@ -162,6 +168,7 @@ defect = "unstable"
   EXPECT_EQ(plan.power_cut->page, 2U);
   EXPECT_EQ(plan.blocks.at(0).defect, "worn");
   EXPECT_EQ(plan.pages.at(0).page, 2U);
+  EXPECT_EQ(plan.pages.at(1).defect, "misread");
 }
 
 TEST(FaultsFile, MistakesAreNamed) {

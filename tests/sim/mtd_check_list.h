@@ -48,6 +48,7 @@ enum class Action : std::uint8_t {
   pwrite,
   read,
   pread,
+  read_twice,   // whether both give the same bytes
   note_is_bad,  // is_bad with an error of another call still in errno, which it prints
   null_info,    // requests with a null pointer
   null_erase,

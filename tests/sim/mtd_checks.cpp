@@ -29,7 +29,7 @@ struct Answer {
   std::int64_t result = 0;
   int error = 0;
   bool has_bytes = false;
-  bool shows_bytes = true;  // false: only whether they are those of the pattern
+  bool shows_bytes = true;  // false: only whether they are those that they are compared with
   std::vector<unsigned char> bytes;
 };
 
@@ -211,6 +211,24 @@ std::int64_t Runner::offset_of(const Place& place) const {
   return base(place.from) + length_of({place.blocks, place.pages, place.bytes});
 }
 
+// Only whether the bytes are the ones expected shows.
+Answer compared(ssize_t count, bool equal) {
+  Answer answer = answered(count);
+  answer.has_bytes = true;
+  answer.shows_bytes = false;
+  answer.bytes = {static_cast<unsigned char>(equal ? 1 : 0)};
+  return answer;
+}
+
+Answer read_twice(int fd, std::int64_t at, std::size_t length) {
+  std::vector<unsigned char> once(length);
+  std::vector<unsigned char> again(length);
+  const ssize_t count = pread64(fd, once.data(), length, at);
+  return count < 0 || pread64(fd, again.data(), length, at) != count
+             ? answered(-1)
+             : compared(count, once == again);
+}
+
 // Every check has a descriptor of its own.
 Answer Runner::run_one(const Check& check) {
   const int fd = open(device_.node.c_str(), check.access);
@@ -297,6 +315,9 @@ Answer Runner::transfer(int fd, const Check& check) const {
   const std::int64_t at = offset_of(check.at);
   const auto length = static_cast<std::size_t>(length_of(check.length));
   std::vector<unsigned char> bytes = pattern(length, check.seed);
+  if (check.action == Action::read_twice) {
+    return read_twice(fd, at, length);
+  }
   const bool positioned = check.action == Action::read || check.action == Action::write;
   if (positioned && lseek64(fd, at, SEEK_SET) != at) {
     return answered(-1);
@@ -310,16 +331,16 @@ Answer Runner::transfer(int fd, const Check& check) const {
   const std::vector<unsigned char> expected = bytes;
   const ssize_t count = check.action == Action::read ? read(fd, bytes.data(), length)
                                                      : pread64(fd, bytes.data(), length, at);
-  Answer answer = answered(count);
-  if (count > 0) {
-    bytes.resize(static_cast<std::size_t>(count));
-    answer.has_bytes = true;
-    answer.shows_bytes = check.seed == 0;
-    answer.bytes =
-        answer.shows_bytes
-            ? bytes
-            : std::vector<unsigned char>{static_cast<unsigned char>(bytes == expected ? 1 : 0)};
+  if (count <= 0) {
+    return answered(count);
   }
+  bytes.resize(static_cast<std::size_t>(count));
+  if (check.seed != 0) {
+    return compared(count, bytes == expected);
+  }
+  Answer answer = answered(count);
+  answer.has_bytes = true;
+  answer.bytes = bytes;
   return answer;
 }
 

@@ -166,9 +166,31 @@ TEST_F(NandTest, PageFailsToProgram) {
   EXPECT_EQ(nand.program(3, data.data()), 0);
 }
 
-TEST_F(NandTest, UnreadablePageIsWrongTheSameWay) {
+TEST_F(NandTest, UnreadablePageReadsDifferentlyEachTime) {
   ASSERT_EQ(nand.program(2, data.data()), 0);
   nand.set_page_defects(2, sim::kPageUnreadable);
+  const Bytes wrong = read_page(2);
+  EXPECT_NE(wrong, data);
+  EXPECT_NE(read_page(2), wrong);
+  Bytes kept(kPageSize);
+  nand.peek(2 * kPageSize, kept.data(), kept.size());
+  EXPECT_EQ(kept, data);
+  ASSERT_EQ(nand.erase(0), 0);
+  EXPECT_NE(read_page(2), read_page(2)) << "an erase heals no page";
+}
+
+TEST_F(NandTest, UnreadablePageReadsTheSameFromTheSameState) {
+  ASSERT_EQ(nand.program(2, data.data()), 0);
+  nand.set_page_defects(2, sim::kPageUnreadable);
+  const Bytes state = nand.snapshot();
+  const Bytes wrong = read_page(2);
+  nand.restore(state);
+  EXPECT_EQ(read_page(2), wrong);
+}
+
+TEST_F(NandTest, MisreadPageIsWrongTheSameWay) {
+  ASSERT_EQ(nand.program(2, data.data()), 0);
+  nand.set_page_defects(2, sim::kPageMisread);
   const Bytes wrong = read_page(2);
   EXPECT_NE(wrong, data);
   EXPECT_EQ(read_page(2), wrong);

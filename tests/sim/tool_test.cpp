@@ -159,6 +159,20 @@ TEST_F(ToolTest, ChangedFaultsStrikeAnew) {
   EXPECT_EQ(run("test -r /cache").status, 0);
 }
 
+TEST_F(ToolTest, PagesBeyondCorrectionReadWrong) {
+  const auto checksum = [this] { return run("cksum /dev/mtd5").output; };
+  const std::string page = "[[page]]\npartition = \"oemdata\"\nblock = 0\npage = 1\ndefect = ";
+  const std::string right = checksum();
+  write("faults.toml", page + "\"unreadable\"\n");
+  const std::string unreadable = checksum();
+  EXPECT_NE(unreadable, right);
+  EXPECT_NE(checksum(), unreadable);
+  write("faults.toml", page + "\"misread\"\n");
+  const std::string misread = checksum();
+  EXPECT_NE(misread, right);
+  EXPECT_EQ(checksum(), misread);
+}
+
 TEST_F(ToolTest, WrongFaultsAreNamed) {
   write("faults.toml", "[[block]]\npartition = \"attic\"\nblock = 0\ndefect = \"bad\"\n");
   const Finished refused = run("true");

@@ -19,7 +19,8 @@ Defect erase_defect(std::uint32_t block, sim::EraseDefect defect, const char* wh
 
 Defect page_defect(std::uint32_t block, std::uint32_t page, std::uint8_t defect, const char* what) {
   return {"page " + std::to_string(page) + " of block " + std::to_string(block) + what, false,
-          [=](sim::Partition& partition) { partition.set_page_defects(block, page, defect); }};
+          [=](sim::Partition& partition) { partition.set_page_defects(block, page, defect); },
+          defect == sim::kPageMisread};
 }
 
 Defect unstable_page(std::uint32_t block, std::uint32_t page) {
@@ -55,6 +56,7 @@ std::vector<Defect> dying(const std::vector<std::uint32_t>& blocks, std::uint32_
     for (std::uint32_t page = 0; page < pages; ++page) {
       defects.push_back(page_defect(block, page, sim::kPageFailsProgram, " fails to program"));
       defects.push_back(page_defect(block, page, sim::kPageUnreadable, " unreadable"));
+      defects.push_back(page_defect(block, page, sim::kPageMisread, " misread"));
       defects.push_back(unstable_page(block, page));
     }
   }

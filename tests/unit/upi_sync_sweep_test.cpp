@@ -96,6 +96,14 @@ class SyncDefectTest : public SyncTruthTest, public ::testing::WithParamInterfac
       expect_same(kSync, {}, [this](const LibraryRun& run) { expect_truth(run); });
     }
   }
+
+  void break_page_of_running_kernel(sim::PageDefect page_defect) {
+    use_defective_device(GetParam(), mtd_name(GetParam(), "kernel"),
+                         {"page 1", false, [page_defect](sim::Partition& kernel) {
+                            kernel.set_page_defects(0, 1, page_defect);
+                          }});
+    make_systems_differ();
+  }
 };
 
 INSTANTIATE_TEST_SUITE_P(Running, SyncDefectTest, ::testing::Values(sim::System::a, sim::System::b),
@@ -111,7 +119,7 @@ TEST_P(SyncDefectTest, InTheTarget) {
   }
 }
 
-// A page of the running system that reads wrong is copied as it reads; see the next test.
+// A page of the running system that is misread is copied as it reads; see the next tests.
 TEST_P(SyncDefectTest, InTheRunningSystem) {
   for (const char* const name : {"kernel", "oemdata"}) {
     const std::string mtd = mtd_name(GetParam(), name);
@@ -120,18 +128,28 @@ TEST_P(SyncDefectTest, InTheRunningSystem) {
       SCOPED_TRACE(mtd + ": " + defect.name);
       use_defective_device(GetParam(), mtd, defect);
       make_systems_differ();
-      expect_same(kSync, {}, [this](const LibraryRun&) { expect_only_the_target_touched(); });
+      expect_same(kSync, {}, [&](const LibraryRun& run) {
+        expect_only_the_target_touched();
+        if (!defect.misread) {
+          expect_truth(run);
+        }
+      });
     }
   }
 }
 
-// The kernel tells of no error, and the comparison reads the page as the copy did.
-TEST_P(SyncDefectTest, APageOfTheRunningSystemBeyondCorrectionIsCopiedWrong) {
-  const std::string mtd = mtd_name(GetParam(), "kernel");
-  use_defective_device(GetParam(), mtd, {"page 1 unreadable", false, [](sim::Partition& kernel) {
-                                           kernel.set_page_defects(0, 1, sim::kPageUnreadable);
-                                         }});
-  make_systems_differ();
+// The kernel tells of no error, but no read of the page gives what another gave.
+TEST_P(SyncDefectTest, APageOfTheRunningSystemBeyondCorrectionFailsTheSync) {
+  break_page_of_running_kernel(sim::kPageUnreadable);
+  const LibraryRun run = sync();
+  EXPECT_EQ(run.result, -1);
+  EXPECT_TRUE(run.said("sync_partition", "after sync, hash is different"));
+  EXPECT_EQ(target_status(), DUALSYSTEM_STATUS_UNBOOTABLE);
+}
+
+// The comparison reads the page as the copy did.
+TEST_P(SyncDefectTest, APageOfTheRunningSystemThatIsMisreadIsCopiedWrong) {
+  break_page_of_running_kernel(sim::kPageMisread);
   EXPECT_EQ(sync().result, 0);
   EXPECT_EQ(target_status(), DUALSYSTEM_STATUS_BOOTABLE);
   EXPECT_EQ(content(target_of("kernel")).size(), content(running_of("kernel")).size());
