@@ -72,7 +72,7 @@ struct Fault {
   std::uint64_t at = 1;  // the how-manieth matching operation from now on; from 1
   int error = EIO;       // errno; the operation is not carried out (a close closes all the same)
   bool forever = false;  // that operation and every one after it
-  // For read and write: not an error, only this many bytes are transferred (and returned).
+  // For read, write and stream_read: not an error, only this many bytes are transferred.
   std::optional<std::uint32_t> bytes = std::nullopt;
 };
 
