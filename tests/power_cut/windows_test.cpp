@@ -16,6 +16,8 @@ constexpr std::uint64_t kMainErased = 1;
 constexpr std::uint64_t kMainProgram = 2;
 constexpr std::uint64_t kRecordChange = 10;
 
+constexpr std::uint8_t kLastByte = 0xFE;
+
 class Windows : public UpgradeTest {
  protected:
   // Both systems are complete; the package brings other images.
@@ -76,6 +78,28 @@ class Windows : public UpgradeTest {
     EXPECT_EQ(target_status(), DUALSYSTEM_STATUS_UNBOOTABLE);
     EXPECT_FALSE(oemdata_is_complete());
   }
+  // An upgrade of the kernel loses its power at the last page of it; one bit of that is in doubt,
+  // so half of the checks find it right.
+  void leave_a_bit_in_doubt() {
+    sim::Bytes image = support::pattern(2048 + 1);
+    image.back() = kLastByte;
+    put_package(platform_package({{"kernel", image}}));
+    const std::uint64_t last_page = kRecordChange + 8 + 5 + 2;
+    lose_power(last_page, CutKind::unstable, upgrade_once);
+    sim::boot(device());
+  }
+  // How often the byte of that bit reads wrong, of so many reads.
+  int wrong_reads_of_the_bit(int reads) {
+    const std::uint64_t place = std::uint64_t{10 + 8 + 1} * 2048;  // on the chip
+    int wrong = 0;
+    for (int i = 0; i < reads; ++i) {
+      std::uint8_t byte = 0;
+      device().nand().read(place, &byte, 1);
+      wrong += byte != kLastByte ? 1 : 0;
+    }
+    return wrong;
+  }
+
   bool oemdata_is_complete() {
     const sim::Bytes image = package().partitions.at(2).data;
     const sim::Bytes found = target_of("oemdata").good();
@@ -296,35 +320,34 @@ TEST_F(Windows, AnInitialisationMarksAnIncompleteSystemBootable) {
 
 // --- What the checks of an image do not see. ---
 
-// One bit of the last page is in doubt: half of the checks find it right.
 TEST_F(Windows, AnUnstablePageCanPassTheCheckAndReadWrongLater) {
-  sim::Bytes image = support::pattern(2048 + 1);
-  image.back() = 0xFE;
-  put_package(platform_package({{"kernel", image}}));
-  const std::uint64_t last_page = kRecordChange + 8 + 5 + 2;
-  lose_power(last_page, CutKind::unstable, upgrade_once);
-  sim::boot(device());
+  leave_a_bit_in_doubt();
   const std::uint64_t erases = target_of("kernel").total_erases();
   const sim::Device::Snapshot cut = device().snapshot();
-  const std::uint64_t place = std::uint64_t{10 + 8 + 1} * 2048;  // on the chip
   int runs = 0;
-  std::uint8_t byte = 0;
   do {
     device().restore(cut);
-    for (int shaken = 0; shaken < runs; ++shaken) {
-      device().nand().read(place, &byte, 1);
-    }
+    wrong_reads_of_the_bit(runs);
     EXPECT_EQ(support::in_child(upgrade_once).status, 0);
   } while (target_of("kernel").total_erases() != erases && ++runs < 64);
   EXPECT_EQ(target_of("kernel").total_erases(), erases) << "it passed as finished";
   EXPECT_EQ(target_status(), DUALSYSTEM_STATUS_BOOTABLE);
-  int wrong = 0;
-  for (int i = 0; i < 64; ++i) {
-    device().nand().read(place, &byte, 1);
-    wrong += byte != 0xFE ? 1 : 0;
-  }
+  const int wrong = wrong_reads_of_the_bit(64);
   EXPECT_GT(wrong, 0);
   EXPECT_LT(wrong, 64);
+}
+
+TEST_F(Windows, ASynchronisationBeforeTheNextRunErasesAnUnstablePage) {
+  leave_a_bit_in_doubt();
+  const sim::Device::Snapshot cut = device().snapshot();
+  for (int shaken = 0; shaken < 16; ++shaken) {
+    device().restore(cut);
+    wrong_reads_of_the_bit(shaken);
+    EXPECT_EQ(sync().result, 0);
+    EXPECT_EQ(upgrade().result, 0);
+    EXPECT_EQ(target_status(), DUALSYSTEM_STATUS_BOOTABLE);
+    EXPECT_EQ(wrong_reads_of_the_bit(64), 0);
+  }
 }
 
 TEST_F(Windows, APackageOfOtherPartitionsMakesABrokenTargetBootable) {
