@@ -45,6 +45,14 @@ class SignatureTest : public FolderTest {
       return fault.what + " | " + fault.expected + " | " + fault.found;
     }
   }
+  // What is said of a file of trusted certificates that cannot be used.
+  std::string unfit(const std::string& signature) const {
+    return error_of([&] { check(signature); });
+  }
+  std::string list_fault(const std::string& reason) const {
+    return "1 cannot use the revocation list of CN=Root in \"" + path("trust.pem") +
+           "\": " + reason;
+  }
   static CheckTime at(long seconds_from_now) {
     return {CheckTime::Kind::kGiven, time(nullptr) + seconds_from_now};
   }
@@ -249,6 +257,25 @@ TEST_F(SignatureTest, OnlyCertificatesForSigningCodeSignPackages) {
   EXPECT_THAT(refusal(pki::sign(kContent, {root_.issue(wish)})), StartsWith("taken"));
 }
 
+TEST_F(SignatureTest, AnAuthorityForAnotherPurposeIssuesNoSigners) {
+  const auto refusal_below = [this](const std::string& purposes, bool trusted) {
+    Wish wish = authority("Middle");
+    wish.purposes = purposes;
+    const Identity middle = root_.issue(wish);
+    trust(root_.pem() + (trusted ? middle.pem() : ""));
+    pki::Manner manner;
+    manner.chain = {middle};
+    return refusal(pki::sign(kContent, {middle.issue(named("Release"))}, manner));
+  };
+  for (const bool trusted : {false, true}) {
+    EXPECT_EQ(refusal_below("serverAuth", trusted),
+              "the authority CN=Middle may not issue certificates for signing packages | the "
+              "extended key usage Code Signing, or none at all | TLS Web Server Authentication");
+    EXPECT_EQ(refusal_below("serverAuth,codeSigning", trusted), "taken: CN=Release");
+    EXPECT_EQ(refusal_below("anyExtendedKeyUsage", trusted), "taken: CN=Release");
+  }
+}
+
 TEST_F(SignatureTest, ATrustedCertificateHasToBeForSigningToo) {
   Wish wish = named("Server");
   wish.purposes = "serverAuth";
@@ -338,6 +365,66 @@ TEST_F(SignatureTest, ARevocationListCountsWhateverItsDates) {
     EXPECT_THAT(refusal(pki::sign(kContent, {lost})), HasSubstr("CN=Lost is revoked"));
     EXPECT_EQ(refusal(pki::sign(kContent, {kept})), "taken: CN=Kept");
   }
+}
+
+// Also when the one that does not name it is newer, or is the only one that is valid.
+TEST_F(SignatureTest, EveryListOfAnIssuerCounts) {
+  const Identity lost = root_.issue(named("Lost"));
+  const Identity kept = root_.issue(named("Kept"));
+  const std::string older = root_.revocation_list({}, -9 * kDay, 9 * kDay);
+  const std::string newer = root_.revocation_list({lost}, -3 * kDay, -2 * kDay);
+  for (const std::string& lists : {older + newer, newer + older}) {
+    trust(root_.pem() + lists);
+    for (const auto kind :
+         {CheckTime::Kind::kClock, CheckTime::Kind::kSigning, CheckTime::Kind::kNone}) {
+      EXPECT_THAT(refusal(pki::sign(kContent, {lost}), {kind, 0}), HasSubstr("CN=Lost is revoked"));
+      EXPECT_EQ(refusal(pki::sign(kContent, {kept}), {kind, 0}), "taken: CN=Kept");
+    }
+  }
+}
+
+TEST_F(SignatureTest, AListThatItsIssuerHasNotMadeIsAFaultOfTheFile) {
+  const Identity impostor(authority("Root"));
+  const Identity release = root_.issue(named("Release"));
+  trust(root_.pem() + root_.revocation_list({}) + impostor.revocation_list({}));
+  EXPECT_EQ(unfit(pki::sign(kContent, {release})), list_fault("its signature is not its issuer's"));
+}
+
+// Its signature cannot be checked, and passing it over would revive what it names.
+TEST_F(SignatureTest, AListWhoseIssuerIsUnknownIsAFaultOfTheFile) {
+  const Identity middle = root_.issue(authority("Middle"));
+  trust(middle.pem() + root_.revocation_list({middle}));
+  EXPECT_EQ(unfit(pki::sign(kContent, {middle.issue(named("Release"))})),
+            list_fault("there is no certificate of its issuer"));
+}
+
+TEST_F(SignatureTest, AListOfAnIssuerThatMayMakeNoneIsAFaultOfTheFile) {
+  Wish wish = authority("Root");
+  wish.usage = "critical,keyCertSign";
+  const Identity root(wish);
+  trust(root.pem() + root.revocation_list({}));
+  EXPECT_EQ(unfit(pki::sign(kContent, {root.issue(named("Release"))})),
+            list_fault("its issuer's certificate lacks the key usage CRL Sign"));
+}
+
+TEST_F(SignatureTest, AListThatMeansSomethingElseIsAFaultOfTheFile) {
+  const std::string signature = pki::sign(kContent, {root_.issue(named("Release"))});
+  trust(root_.pem() + root_.revocation_list({}, -kDay, kDay, "1.2.3.4=05:00"));
+  EXPECT_EQ(unfit(signature), list_fault("it has a critical extension that is not understood"));
+  // An issuing distribution point, [4] TRUE: an indirect list; [2] TRUE: one of authorities alone.
+  trust(root_.pem() + root_.revocation_list({}, -kDay, kDay, "2.5.29.28=30:03:84:01:FF"));
+  EXPECT_EQ(unfit(signature), list_fault("it is an indirect list"));
+  trust(root_.pem() + root_.revocation_list({}, -kDay, kDay, "2.5.29.28=30:03:82:01:FF"));
+  EXPECT_EQ(refusal(signature), "taken: CN=Release");
+}
+
+// An authority that has changed its key has a certificate and a list for each.
+TEST_F(SignatureTest, AnIssuerMayHaveTwoKeys) {
+  const Identity renewed(authority("Root"));
+  const Identity lost = root_.issue(named("Lost"));
+  trust(root_.pem() + renewed.pem() + root_.revocation_list({}) + renewed.revocation_list({lost}));
+  EXPECT_THAT(refusal(pki::sign(kContent, {lost})), HasSubstr("CN=Lost is revoked"));
+  EXPECT_EQ(refusal(pki::sign(kContent, {root_.issue(named("Old"))})), "taken: CN=Old");
 }
 
 TEST_F(SignatureTest, AnIssuerWithoutAListHasRevokedNothing) {

@@ -49,6 +49,16 @@ void add_extension(X509* certificate, X509* issuer, int nid, const std::string& 
   X509_EXTENSION_free(extension);
 }
 
+// "OBJECT=DER": a critical extension of any kind, its value in hexadecimal.
+void add_extension(X509_CRL* list, const std::string& text) {
+  const std::size_t equals = text.find('=');
+  const std::string value = "critical,DER:" + text.substr(equals + 1);
+  X509_EXTENSION* extension =
+      made(X509V3_EXT_conf(nullptr, nullptr, text.substr(0, equals).c_str(), value.c_str()));
+  X509_CRL_add_ext(list, extension, -1);
+  X509_EXTENSION_free(extension);
+}
+
 void set_name(X509* certificate, const std::string& name) {
   X509_NAME* subject = X509_get_subject_name(certificate);
   X509_NAME_add_entry_by_txt(subject, "CN", MBSTRING_UTF8,
@@ -57,14 +67,10 @@ void set_name(X509* certificate, const std::string& name) {
 }
 
 void add_extensions(X509* certificate, X509* issuer, const Wish& wish) {
-  if (wish.authority) {
-    add_extension(certificate, issuer, NID_basic_constraints, "critical,CA:TRUE");
-    add_extension(certificate, issuer, NID_key_usage, "critical,keyCertSign,cRLSign");
-  } else {
-    add_extension(certificate, issuer, NID_basic_constraints, "critical,CA:FALSE");
-    add_extension(certificate, issuer, NID_key_usage, wish.usage);
-    add_extension(certificate, issuer, NID_ext_key_usage, wish.purposes);
-  }
+  add_extension(certificate, issuer, NID_basic_constraints,
+                wish.authority ? "critical,CA:TRUE" : "critical,CA:FALSE");
+  add_extension(certificate, issuer, NID_key_usage, wish.usage);
+  add_extension(certificate, issuer, NID_ext_key_usage, wish.purposes);
 }
 
 unsigned int sign_flags(const Manner& manner) {
@@ -88,6 +94,8 @@ Wish authority(const std::string& name) {
   Wish wish;
   wish.name = name;
   wish.authority = true;
+  wish.usage = "critical,keyCertSign,cRLSign";
+  wish.purposes = "";
   wish.from = -1000 * kDay;
   wish.until = 1000 * kDay;
   return wish;
@@ -131,8 +139,8 @@ std::string Identity::pem() const {
   return drain(out);
 }
 
-std::string Identity::revocation_list(const std::vector<Identity>& revoked, long from,
-                                      long until) const {
+std::string Identity::revocation_list(const std::vector<Identity>& revoked, long from, long until,
+                                      const std::string& extension) const {
   const std::unique_ptr<X509_CRL, void (*)(X509_CRL*)> list(X509_CRL_new(), X509_CRL_free);
   const std::unique_ptr<ASN1_TIME, void (*)(ASN1_TIME*)> time(ASN1_TIME_new(), ASN1_TIME_free);
   X509_CRL_set_version(list.get(), 1);
@@ -146,6 +154,9 @@ std::string Identity::revocation_list(const std::vector<Identity>& revoked, long
   }
   X509_CRL_set1_nextUpdate(list.get(), X509_gmtime_adj(time.get(), until));
   X509_CRL_sort(list.get());
+  if (!extension.empty()) {
+    add_extension(list.get(), extension);
+  }
   X509_CRL_sign(list.get(), key(), EVP_sha256());
   BIO* out = BIO_new(BIO_s_mem());
   PEM_write_bio_X509_CRL(out, list.get());

@@ -21,12 +21,13 @@ struct Wish {
   std::string name = "Release";
   std::string purposes = "codeSigning";  // extendedKeyUsage; empty: the extension is left out
   std::string usage = "critical,digitalSignature";  // keyUsage; empty likewise
-  bool authority = false;  // may issue others; then `purposes` and `usage` do not count
+  bool authority = false;                           // may issue others
   long from = -kDay;
   long until = 365 * kDay;
   int rsa_bits = 0;  // 0: a key on the curve P-256
   std::string digest = "SHA256";
 };
+// One that may issue certificates and revocation lists, for any purpose.
 Wish authority(const std::string& name);
 
 // A key and its certificate.
@@ -39,9 +40,10 @@ class Identity {
   // Encrypted when there is a passphrase.
   std::string key_pem(const std::string& passphrase = "") const;
   std::string pem() const;
-  // The list of what this identity has revoked.
+  // The list of what this identity has revoked. The extension is critical: "OBJECT=DER", the value
+  // in hexadecimal.
   std::string revocation_list(const std::vector<Identity>& revoked, long from = -kDay,
-                              long until = kDay) const;
+                              long until = kDay, const std::string& extension = "") const;
 
   EVP_PKEY* key() const { return key_.get(); }
   X509* certificate() const { return certificate_.get(); }

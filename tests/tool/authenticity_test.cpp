@@ -197,6 +197,15 @@ TEST_F(AuthenticityTest, TrustThatCannotBeUsedIsAFaultOfTheDevice) {
                  4);
 }
 
+TEST_F(AuthenticityTest, ARevocationListThatCannotBeUsedIsAFaultOfTheDevice) {
+  const Identity impostor{pki::authority("Root")};
+  device().write_file(kTrust, support::bytes(root_.pem() + impostor.revocation_list({})));
+  expect_refused(
+      "cannot use the revocation list of CN=Root in \"/etc_ro/trust.pem\": its signature is not "
+      "its issuer's\n",
+      {"--trust", kTrust}, 4);
+}
+
 TEST_F(AuthenticityTest, AnOlderPackage) {
   expect_refused("the package is too old: its version is 5, at least 6 is wanted\n",
                  {"--min-version", "6"});

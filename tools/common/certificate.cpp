@@ -76,8 +76,9 @@ std::string object_text(const ASN1_OBJECT* object) {
 
 CertificateStack::CertificateStack(const std::vector<OpenSslPtr<X509>>& certificates)
     : stack_(sk_X509_new_null()) {
+  require_openssl(stack_ != nullptr, "list certificates");
   for (const OpenSslPtr<X509>& certificate : certificates) {
-    sk_X509_push(stack_, certificate.get());
+    require_openssl(sk_X509_push(stack_.get(), certificate.get()) > 0, "list certificates");
   }
 }
 
@@ -100,6 +101,7 @@ CertificateFile read_certificates(const std::string& path) {
 std::string name_text(const X509_NAME* name) {
   constexpr size_t kLongest = 200;
   const OpenSslPtr<BIO> writer(BIO_new(BIO_s_mem()));
+  require_openssl(writer != nullptr, "show a certificate's name");
   X509_NAME_print_ex(writer.get(), name, 0, XN_FLAG_RFC2253);
   char* text = nullptr;
   const long len = BIO_get_mem_data(writer.get(), &text);
@@ -145,6 +147,14 @@ std::string purposes_of(const X509* certificate) {
     text += (text.empty() ? "" : ", ") + object_text(sk_ASN1_OBJECT_value(usage.get(), i));
   }
   return text;
+}
+
+bool may_issue_signers(const X509* certificate) {
+  auto* cached = const_cast<X509*>(certificate);
+  const uint32_t flags = X509_get_extension_flags(cached);
+  return (flags & EXFLAG_INVALID) == 0 &&
+         ((flags & EXFLAG_XKUSAGE) == 0 ||
+          (X509_get_extended_key_usage(cached) & (XKU_CODE_SIGN | XKU_ANYEKU)) != 0);
 }
 
 bool may_sign_packages(const X509* certificate) {

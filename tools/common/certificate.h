@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "common/error.h"
 #include "common/openssl.h"
 
 namespace zozale {
@@ -22,17 +23,18 @@ struct CertificateFile {
 // The certificates as OpenSSL takes them; they must outlive it.
 class CertificateStack {
  public:
+  // Throws Error.
   explicit CertificateStack(const std::vector<OpenSslPtr<X509>>& certificates);
-  CertificateStack(const CertificateStack&) = delete;
-  CertificateStack& operator=(const CertificateStack&) = delete;
-  CertificateStack(CertificateStack&&) = delete;
-  CertificateStack& operator=(CertificateStack&&) = delete;
-  ~CertificateStack() { sk_X509_free(stack_); }
-
-  STACK_OF(X509) * get() const { return stack_; }
+  STACK_OF(X509) * get() const { return stack_.get(); }
 
  private:
-  STACK_OF(X509) * stack_;
+  OpenSslPtr<STACK_OF(X509)> stack_;
+};
+
+// A file of trusted certificates in which something cannot be used. Exit code kExitFailed.
+class UnfitTrust : public Error {
+ public:
+  explicit UnfitTrust(const std::string& text) : Error(kExitFailed, text) {}
 };
 
 // Reads every certificate and revocation list of a PEM file; other things in it are passed over.
@@ -54,6 +56,9 @@ std::string utc_text(const ASN1_TIME* time);
 // What the certificate may be used for, such as "TLS Web Server Authentication, Code Signing";
 // "anything" when it does not say.
 std::string purposes_of(const X509* certificate);
+// Whether an authority with it may issue certificates for signing packages: it says code signing or
+// any purpose, or does not say.
+bool may_issue_signers(const X509* certificate);
 // Whether it says code signing, and is for digital signatures at all.
 bool may_sign_packages(const X509* certificate);
 

@@ -3,10 +3,20 @@
 
 #include <openssl/err.h>
 
+#include "common/error.h"
+
 namespace zozale {
 
 OpenSslPtr<BIO> reader_of(const std::string& bytes) {
-  return OpenSslPtr<BIO>(BIO_new_mem_buf(bytes.data(), static_cast<int>(bytes.size())));
+  OpenSslPtr<BIO> reader(BIO_new_mem_buf(bytes.data(), static_cast<int>(bytes.size())));
+  require_openssl(reader != nullptr, "read bytes in memory");
+  return reader;
+}
+
+void require_openssl(bool done, const std::string& action) {
+  if (!done) {
+    throw Error(kExitFailed, "cannot " + action + ": " + openssl_reason());
+  }
 }
 
 std::string openssl_reason() {

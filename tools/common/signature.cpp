@@ -25,9 +25,9 @@ const char* const kFetchAgain = "fetch the package and its signature again";
   throw Refused({what, expected, found, next});
 }
 
-// Who a signer is, as far as the signature tells.
+// Of a signer whose certificate is known.
 std::string who(const SignerEntry& entry) {
-  return entry.certificate() == nullptr ? "an unknown signer" : subject_of(entry.certificate());
+  return subject_of(entry.certificate());
 }
 
 void require_certificate(const SignerEntry& entry, const CertificateFile& trust) {

@@ -39,7 +39,7 @@ std::string read_signature(const std::string& path);
 // Whether the signature is one over a package with this digest, made by a signer whose certificate
 // is for signing packages and leads to one of the trusted ones, all of them valid at the time. Of
 // several signers one is enough. Revocation lists among the trusted certificates count whatever
-// their dates. Throws Refused.
+// their dates. Throws Refused, or UnfitTrust when one of these lists cannot be used.
 Signer check_signature(const std::string& signature, const Digest& package,
                        const CertificateFile& trust, const CheckTime& when);
 

@@ -2,6 +2,7 @@
 #include "common/trust.h"
 
 #include "common/refused.h"
+#include "common/revocation.h"
 #include "common/text.h"
 
 namespace zozale {
@@ -11,43 +12,26 @@ namespace {
 constexpr int kSecurityLevel = 2;
 constexpr int kLongestChain = 8;
 
-// A list says what is revoked, however old it is; an issuer without one has revoked nothing.
-int pass_over_lists(int good, X509_STORE_CTX* context) {
-  switch (X509_STORE_CTX_get_error(context)) {
-    case X509_V_ERR_UNABLE_TO_GET_CRL:
-    case X509_V_ERR_CRL_NOT_YET_VALID:
-    case X509_V_ERR_CRL_HAS_EXPIRED:
-      return 1;
-    default:
-      return good;
-  }
-}
+const char* const kAction = "check a certificate";
 
 OpenSslPtr<X509_STORE> store_of(const CertificateFile& trust) {
   OpenSslPtr<X509_STORE> store(X509_STORE_new());
+  require_openssl(store != nullptr, kAction);
   for (const OpenSslPtr<X509>& certificate : trust.certificates) {
-    X509_STORE_add_cert(store.get(), certificate.get());
-  }
-  for (const OpenSslPtr<X509_CRL>& list : trust.revocation_lists) {
-    X509_STORE_add_crl(store.get(), list.get());
+    require_openssl(X509_STORE_add_cert(store.get(), certificate.get()) == 1, kAction);
   }
   return store;
 }
 
-void set_rules(X509_STORE_CTX* context, const CertificateFile& trust,
-               const std::optional<time_t>& time) {
+void set_rules(X509_STORE_CTX* context, const std::optional<time_t>& time) {
   X509_VERIFY_PARAM* rules = X509_STORE_CTX_get0_param(context);
-  X509_VERIFY_PARAM_set_flags(rules, X509_V_FLAG_PARTIAL_CHAIN);
+  require_openssl(X509_VERIFY_PARAM_set_flags(rules, X509_V_FLAG_PARTIAL_CHAIN) == 1, kAction);
   X509_VERIFY_PARAM_set_auth_level(rules, kSecurityLevel);
   X509_VERIFY_PARAM_set_depth(rules, kLongestChain);
   if (time) {
     X509_VERIFY_PARAM_set_time(rules, *time);
   } else {
-    X509_VERIFY_PARAM_set_flags(rules, X509_V_FLAG_NO_CHECK_TIME);
-  }
-  if (!trust.revocation_lists.empty()) {
-    X509_VERIFY_PARAM_set_flags(rules, X509_V_FLAG_CRL_CHECK | X509_V_FLAG_CRL_CHECK_ALL);
-    X509_STORE_CTX_set_verify_cb(context, pass_over_lists);
+    require_openssl(X509_VERIFY_PARAM_set_flags(rules, X509_V_FLAG_NO_CHECK_TIME) == 1, kAction);
   }
 }
 
@@ -105,10 +89,6 @@ Fault fault_of(X509_STORE_CTX* context, const X509* signer, const CertificateFil
     case X509_V_ERR_SELF_SIGNED_CERT_IN_CHAIN:
     case X509_V_ERR_UNABLE_TO_VERIFY_LEAF_SIGNATURE:
       return stranger_fault(signer, culprit, trust, reason);
-    case X509_V_ERR_CERT_REVOKED:
-      return {"the certificate of " + subject_of(culprit) + " is revoked",
-              "one that no list in " + in_quotes(trust.path) + " names",
-              "serial number " + serial_of(culprit), "sign the package with another key"};
     case X509_V_ERR_EE_KEY_TOO_SMALL:
     case X509_V_ERR_CA_KEY_TOO_SMALL:
     case X509_V_ERR_CA_MD_TOO_WEAK:
@@ -120,9 +100,17 @@ Fault fault_of(X509_STORE_CTX* context, const X509* signer, const CertificateFil
   }
 }
 
-std::string anchor_of(X509_STORE_CTX* context) {
-  STACK_OF(X509)* chain = X509_STORE_CTX_get0_chain(context);
-  return subject_of(sk_X509_value(chain, sk_X509_num(chain) - 1));
+// The signer's own certificate has to say more.
+void require_fit_authorities(STACK_OF(X509) * chain) {
+  for (int i = 1; i < sk_X509_num(chain); ++i) {
+    const X509* authority = sk_X509_value(chain, i);
+    if (!may_issue_signers(authority)) {
+      throw Refused({"the authority " + subject_of(authority) +
+                         " may not issue certificates for signing packages",
+                     "the extended key usage Code Signing, or none at all", purposes_of(authority),
+                     "sign the package with a certificate of an authority that is made for it"});
+    }
+  }
 }
 
 }  // namespace
@@ -132,14 +120,17 @@ std::string require_trusted(X509* certificate, const std::vector<OpenSslPtr<X509
   const OpenSslPtr<X509_STORE> store = store_of(trust);
   const CertificateStack between(carried);
   const OpenSslPtr<X509_STORE_CTX> context(X509_STORE_CTX_new());
-  if (X509_STORE_CTX_init(context.get(), store.get(), certificate, between.get()) != 1) {
-    throw Error(kExitFailed, "cannot check a certificate: " + openssl_reason());
-  }
-  set_rules(context.get(), trust, when.time);
+  require_openssl(context != nullptr, kAction);
+  require_openssl(X509_STORE_CTX_init(context.get(), store.get(), certificate, between.get()) == 1,
+                  kAction);
+  set_rules(context.get(), when.time);
   if (X509_verify_cert(context.get()) != 1) {
     throw Refused(fault_of(context.get(), certificate, trust, when));
   }
-  return anchor_of(context.get());
+  STACK_OF(X509)* chain = X509_STORE_CTX_get0_chain(context.get());
+  require_fit_authorities(chain);
+  require_not_revoked(chain, trust);
+  return subject_of(sk_X509_value(chain, sk_X509_num(chain) - 1));
 }
 
 }  // namespace zozale

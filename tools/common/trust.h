@@ -20,8 +20,9 @@ struct TimeToCheck {
 };
 
 // Every certificate of `trust` vouches for itself and for what it issued; `carried` may stand
-// between. No key and no digest on the way may be weaker than 112 bits. Returns the subject of the
-// certificate that vouches. Throws Refused.
+// between. No key and no digest on the way may be weaker than 112 bits, no authority be for another
+// purpose, no certificate be revoked. Returns the subject of the certificate that vouches. Throws
+// Refused, or UnfitTrust when a revocation list cannot be used.
 std::string require_trusted(X509* certificate, const std::vector<OpenSslPtr<X509>>& carried,
                             const CertificateFile& trust, const TimeToCheck& when);
 

@@ -31,6 +31,19 @@ CertificateFile require_trusted_certificates(const std::string& path) {
   }
 }
 
+Authentic require_authentic(const InputFile& file, const PackageStart& start,
+                            const Demands& demands) {
+  const CertificateFile trust = require_trusted_certificates(demands.trust);
+  try {
+    return require_signature(file, start, demands.signature_file(file.path()), trust, demands.time);
+  } catch (const UnfitTrust& unfit) {
+    throw Failure(kExitDeviceUnfit,
+                  {unfit.what(), "revocation lists made by the authorities in the file",
+                   "one that cannot be relied on",
+                   "put the list there that the authority has made, with its certificate"});
+  }
+}
+
 std::string in_one_line(const Finding& finding) {
   return finding.field + (finding.value.empty() ? "" : " " + finding.value) + ": " + finding.text;
 }
@@ -100,8 +113,7 @@ PackageFile open_package(const Demands& demands) {
   const PackageStart start(file);
   std::optional<Authentic> authentic;
   if (demands.signature_asked()) {
-    authentic = require_signature(file, start, demands.signature_file(file.path()),
-                                  require_trusted_certificates(demands.trust), demands.time);
+    authentic = require_authentic(file, start, demands);
   }
   PackageReading reading = read_package(start);
   if (!reading.package) {
