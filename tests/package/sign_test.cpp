@@ -7,6 +7,7 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include "common/signature.h"
 #include "signing_test.h"
 
 namespace package_test {
@@ -78,6 +79,34 @@ TEST_F(SignTest, TakesTheChainFromTheCertificatesFileToo) {
   write("cert.pem", below.pem() + middle.pem());
   ASSERT_EQ(sign().exit_code, 0);
   EXPECT_TRUE(is_trusted());
+}
+
+TEST_F(SignTest, ACertificateMayBeGivenTwice) {
+  const Identity middle = root_.issue(pki::authority("Middle"));
+  const Identity below = middle.issue(pki::Wish());
+  write_signer(below);
+  write("cert.pem", below.pem() + middle.pem());
+  write("chain.pem", below.pem() + middle.pem() + middle.pem());
+  const RunResult done = sign({"--chain", "chain.pem"});
+  EXPECT_EQ(done.exit_code, 0) << done.err;
+  EXPECT_TRUE(is_trusted());
+}
+
+TEST_F(SignTest, ASignatureThatNoDeviceReadsIsNotMade) {
+  std::string many;
+  for (size_t bytes = 0; bytes <= zozale::kMaxSignatureSize; bytes += 250) {
+    many += root_.issue(pki::authority("Middle")).pem();
+  }
+  write("many.pem", many);
+  expect_refused(3, "leave those certificates out of --chain \"many.pem\" that do not stand ",
+                 {"--chain", "many.pem"});
+}
+
+// Before a person is asked for a passphrase.
+TEST_F(SignTest, TheChainIsReadBeforeTheKeyIsOpened) {
+  write_signer(release_, "correct horse");
+  write("chain.pem", "no certificate");
+  expect_refused(1, "cannot use \"chain.pem\": it holds no certificate", {"--chain", "chain.pem"});
 }
 
 TEST_F(SignTest, SignsWithRsaToo) {

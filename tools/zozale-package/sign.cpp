@@ -33,9 +33,7 @@ void require_other_file(const std::string& out, const SignPlan& plan) {
 }
 
 void require_done(bool done) {
-  if (!done) {
-    throw Error(kExitFailed, "cannot sign: " + openssl_reason());
-  }
+  require_openssl(done, "sign");
 }
 
 // Signs a digest that is known already: the package need not be read for a second time.
@@ -51,10 +49,14 @@ void add_signer(CMS_ContentInfo* message, X509* certificate, EVP_PKEY* key, cons
   require_done(CMS_SignerInfo_sign(signer) == 1);
 }
 
-void add_certificates(CMS_ContentInfo* message, const CertificateFile& file, size_t first) {
-  for (size_t i = first; i < file.certificates.size(); ++i) {
-    require_done(CMS_add1_cert(message, file.certificates[i].get()) == 1);
+// One that is there already, such as the signer's own in a chain, is not added again.
+void add_certificates(CMS_ContentInfo* message, const CertificateFile& file) {
+  for (const OpenSslPtr<X509>& certificate : file.certificates) {
+    ERR_clear_error();
+    require_done(CMS_add1_cert(message, certificate.get()) == 1 ||
+                 ERR_GET_REASON(ERR_peek_last_error()) == CMS_R_CERTIFICATE_ALREADY_PRESENT);
   }
+  ERR_clear_error();
 }
 
 std::string to_der(CMS_ContentInfo* message) {
@@ -65,18 +67,28 @@ std::string to_der(CMS_ContentInfo* message) {
   return {reinterpret_cast<char*>(bytes), static_cast<size_t>(len)};
 }
 
-std::string make_signature(const SignPlan& plan, const CertificateFile& certificates, EVP_PKEY* key,
-                           const Digest& digest) {
+std::string make_signature(const CertificateFile& certificates, const CertificateFile& chain,
+                           EVP_PKEY* key, const Digest& digest) {
   ERR_clear_error();
   const OpenSslPtr<CMS_ContentInfo> message(
       CMS_sign(nullptr, nullptr, nullptr, nullptr, CMS_PARTIAL | CMS_DETACHED | CMS_BINARY));
   require_done(message != nullptr);
   add_signer(message.get(), certificates.certificates.front().get(), key, digest);
-  add_certificates(message.get(), certificates, 1);
-  if (!plan.chain.empty()) {
-    add_certificates(message.get(), read_certificates(plan.chain), 0);
-  }
+  add_certificates(message.get(), certificates);
+  add_certificates(message.get(), chain);
   return to_der(message.get());
+}
+
+void require_readable(const std::string& signature, const SignPlan& plan) {
+  if (signature.size() > kMaxSignatureSize) {
+    const bool chain = !plan.chain.empty();
+    throw Refused({"no device would read the signature: it is too large",
+                   "at most " + human_size(kMaxSignatureSize), human_size(signature.size()),
+                   "leave those certificates out of " +
+                       std::string(chain ? "--chain " : "--cert ") +
+                       in_quotes(chain ? plan.chain : plan.certificate) +
+                       " that do not stand between the signer and the trusted one"});
+  }
 }
 
 void write_signature(const std::string& path, const std::string& signature) {
@@ -93,6 +105,8 @@ SignResult sign_package(const SignPlan& plan) {
   require_other_file(result.out, plan);
   const InputFile package(plan.package);
   const CertificateFile certificates = read_certificates(plan.certificate);
+  const CertificateFile chain =
+      plan.chain.empty() ? CertificateFile{} : read_certificates(plan.chain);
   const OpenSslPtr<EVP_PKEY> key =
       read_signing_key(plan.key, plan.passphrase_file, result.findings);
   require_fit(plan, certificates.certificates.front().get(), key.get());
@@ -101,7 +115,8 @@ SignResult sign_package(const SignPlan& plan) {
     return result;
   }
   const Digest digest = hash_range(package, 0, package.size()).digest();
-  const std::string signature = make_signature(plan, certificates, key.get(), digest);
+  const std::string signature = make_signature(certificates, chain, key.get(), digest);
+  require_readable(signature, plan);
   result.signer = check_signature(signature, digest, certificates, CheckTime{});
   write_signature(result.out, signature);
   return result;
