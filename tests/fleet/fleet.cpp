@@ -12,6 +12,7 @@
 #include <stdexcept>
 #include <string>
 #include <type_traits>
+#include <vector>
 
 #include "life.h"
 
@@ -23,6 +24,7 @@ struct Options {
   std::uint64_t seed = 1;
   std::uint64_t jobs = 2;
   std::optional<std::uint64_t> device;
+  std::vector<std::string> at_least;  // "cuts=1000"
 };
 
 Report live(const Options& options, std::uint64_t number) {
@@ -102,10 +104,24 @@ Report live_all(const Options& options) {
   return sum;
 }
 
+// A fleet to which nothing happens comes back, too.
+bool met_enough(const Report& report, const Options& options) {
+  bool enough = true;
+  for (const std::string& floor : options.at_least) {
+    const std::size_t equals = floor.find('=');
+    const std::uint64_t value = value_of(report, floor.substr(0, equals));
+    if (equals == std::string::npos || value < std::stoull(floor.substr(equals + 1))) {
+      std::cout << "FAILED: at least " << floor << " is wanted, found " << value << "\n";
+      enough = false;
+    }
+  }
+  return enough;
+}
+
 int run_fleet(const Options& options) {
   const Report report = options.device ? live(options, *options.device) : live_all(options);
   std::cout << table(report) << json_line(report, options.seed) << std::endl;
-  return report.lost == 0 ? 0 : 1;
+  return met_enough(report, options) && report.lost == 0 ? 0 : 1;
 }
 
 int run(int argc, char** argv) {
@@ -119,6 +135,8 @@ int run(int argc, char** argv) {
       ->check(CLI::Range(std::uint64_t{1}, std::uint64_t{64}))
       ->capture_default_str();
   app.add_option("--device", options.device, "only this one, counted from 0");
+  app.add_option("--at-least", options.at_least,
+                 "KEY=N: fail when that number of the JSON line is less");
   CLI11_PARSE(app, argc, argv);
   return run_fleet(options);
 }

@@ -5,6 +5,7 @@
 #include <iomanip>
 #include <nlohmann/json.hpp>
 #include <sstream>
+#include <stdexcept>
 #include <vector>
 
 namespace fleet {
@@ -57,6 +58,17 @@ Report& Report::operator+=(const Report& that) {
   }
   most_tries = std::max(most_tries, that.most_tries);
   return *this;
+}
+
+std::uint64_t value_of(const Report& report, const std::string& key) {
+  std::string known;
+  for (const Row& row : rows()) {
+    if (key == row.key) {
+      return report.*row.value;
+    }
+    known += std::string(" ") + row.key;
+  }
+  throw std::runtime_error("key: found \"" + key + "\", expected one of:" + known);
 }
 
 std::string table(const Report& report) {

@@ -33,6 +33,8 @@ struct Report {
   Report& operator+=(const Report& that);
 };
 
+// A number by its key in the JSON line; throws std::runtime_error that names what there is.
+std::uint64_t value_of(const Report& report, const std::string& key);
 // For people, several lines.
 std::string table(const Report& report);
 // For programs, one line: schema "zozale.fleet", version 1.
