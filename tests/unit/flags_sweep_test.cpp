@@ -179,10 +179,12 @@ TEST_F(HalfSpoiltFlagsTest, MakeASetterLoseTheGoodBackup) {
 }
 
 TEST_P(FlagsSweepTest, SurvivesBlocksThatDie) {
-  for (const Defect& defect : dying({0, 1, 2, 9}, 4)) {
-    SCOPED_TRACE(defect.name);
-    use_defective_device(running(), "flags", defect);
-    expect_same(swept().operation);
+  for (const auto& defects : {dying({0, 1, 2, 9}, 4), dying_in_a_row(10), dying_at_the_end(10)}) {
+    for (const Defect& defect : defects) {
+      SCOPED_TRACE(defect.name);
+      use_defective_device(running(), "flags", defect);
+      expect_same(swept().operation);
+    }
   }
 }
 

@@ -116,6 +116,7 @@ TEST_P(SyncDefectTest, InTheTarget) {
     const std::string mtd = mtd_name(sim::other(GetParam()), name);
     try_each(mtd, born_bad(kDefectiveBlocks));
     try_each(mtd, dying({0, 1, 2, kDefectiveBlocks - 1}, 4));
+    try_each(mtd, dying_in_a_row(kDefectiveBlocks));
   }
 }
 
@@ -158,7 +159,9 @@ TEST_P(SyncDefectTest, APageOfTheRunningSystemThatIsMisreadIsCopiedWrong) {
 
 TEST_P(SyncDefectTest, InTheFlags) {
   try_each("flags", born_bad(10));
-  try_each("flags", dying({0, 1, 2}, 4));
+  try_each("flags", dying({0, 1, 2, 9}, 4));
+  try_each("flags", dying_in_a_row(10));
+  try_each("flags", dying_at_the_end(10));
 }
 
 }  // namespace

@@ -99,12 +99,15 @@ TEST_P(UpdateDefectTest, InTheTarget) {
   for (const char* const name : {"kernel", "oemdata"}) {
     try_each(of_target(name), born_bad(kDefectiveBlocks));
     try_each(of_target(name), dying({0, 1, 2, kDefectiveBlocks - 1}, 4));
+    try_each(of_target(name), dying_in_a_row(kDefectiveBlocks));
   }
 }
 
 TEST_P(UpdateDefectTest, InTheFlags) {
   try_each("flags", born_bad(10));
-  try_each("flags", dying({0, 1, 2}, 4));
+  try_each("flags", dying({0, 1, 2, 9}, 4));
+  try_each("flags", dying_in_a_row(10));
+  try_each("flags", dying_at_the_end(10));
 }
 
 }  // namespace
