@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The table of exit codes in zozale(1): each code, and each of its reasons that the table names. An
-// exchanged package has a test of its own.
+// The table of exit codes in zozale(1). Of its reasons these have tests of their own, which expect
+// the code: a followed operation that fails or stands still (watch_test.cpp), a question that is
+// not answered with y (boot_test.cpp), output that cannot be printed and no configuration store
+// (output_test.cpp), signatures (authenticity_test.cpp), an exchanged package (exchange_test.cpp).
 #include "tool_test.h"
 
 namespace tool {

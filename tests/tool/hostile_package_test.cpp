@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Every field of a package at its extremes, by accident and with digests that hold again, and every
-// place at which a file can end: nothing is erased, and the package is called bad.
+// Every field of a package at its extremes, by accident and with digests that hold again, and a
+// file that ends at, before or behind the beginning of each of its parts: nothing is erased, and
+// the package is called bad.
 #include <algorithm>
 #include <cstring>
 #include <limits>

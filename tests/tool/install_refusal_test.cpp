@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // What is refused before the first erase.
+#include <tuple>
+
 #include "tool_test.h"
 
 namespace tool {
@@ -25,6 +27,52 @@ class RefusalTest : public ToolTest {
     return expect_refused(status);
   }
 
+  static sim::Bytes small_package() {
+    support::PackageFile package;
+    package.upgrade_type = 1;
+    package.partitions = {{"kernel", support::pattern(16)}};
+    return package.bytes();
+  }
+
+  // One bit of each `step`th byte, but of those that change neither what is installed nor where:
+  // version, plat, package type, hash type, block size and the version texts, and the reserved
+  // bytes of the head.
+  void expect_damage_refused(const sim::Bytes& good, std::size_t step) {
+    for (std::size_t i = 0; i < good.size() && !HasFailure(); i += step) {
+      if ((i >= 4 && i < 16) || (i >= 28 && i < 164) || (i >= 228 && i < 256)) {
+        continue;
+      }
+      sim::Bytes damaged = good;
+      damaged[i] ^= 0x40;
+      put_package(damaged);
+      SCOPED_TRACE("byte " + std::to_string(i));
+      expect_refused(3);
+    }
+  }
+
+  void expect_truncations_refused(const sim::Bytes& good, std::size_t step) {
+    for (std::size_t len = 0; len < good.size() && !HasFailure(); len += step) {
+      SCOPED_TRACE("length " + std::to_string(len));
+      put_package(sim::Bytes(good.begin(), good.begin() + static_cast<std::ptrdiff_t>(len)));
+      expect_refused(3);
+    }
+  }
+
+  // While system B runs, the table names its partition `name` as one of system A's.
+  void expect_protected(const std::string& name, const std::string& complaint) {
+    sim::Layout layout = sim::test_layout();
+    layout.platform.push_back({name, 0, 0});
+    use(layout);
+    run_system(sim::System::b);
+    support::PackageFile package;
+    package.upgrade_type = 1;
+    package.partitions = {{name, support::pattern(1000)}};
+
+    const Ended run = expect_refused(package, 4);
+
+    EXPECT_TRUE(run.complains(complaint)) << run;
+  }
+
   // The library, asked to hash such a package, would never come back: it must not see it.
   void expect_kept_from_library(const support::PackageFile& package, const std::string& complaint) {
     put_package(package);
@@ -37,33 +85,69 @@ class RefusalTest : public ToolTest {
   }
 };
 
+// Every byte, every length, of a package that is small enough for it.
 TEST_F(RefusalTest, EveryDamagedByteOfAPackage) {
-  const sim::Bytes good = support::system_package(64).bytes();
-  // Bytes that change neither what is installed nor where: version, plat, package type, hash type,
-  // block size and the version texts, and the reserved bytes of the head.
-  const auto is_shown_only = [](std::size_t i) {
-    return (i >= 4 && i < 16) || (i >= 28 && i < 164) || (i >= 228 && i < 256);
-  };
-  for (std::size_t i = 0; i < good.size(); i += 3) {
-    if (is_shown_only(i)) {
-      continue;
-    }
-    sim::Bytes damaged = good;
-    damaged[i] ^= 0x40;
-    put_package(damaged);
-    SCOPED_TRACE("byte " + std::to_string(i));
-    expect_refused(3);
-  }
+  expect_damage_refused(small_package(), 1);
 }
 
 TEST_F(RefusalTest, EveryTruncationOfAPackage) {
-  const sim::Bytes good = support::system_package(64).bytes();
-  for (std::size_t len = 0; len < good.size(); len += 29) {
-    SCOPED_TRACE("length " + std::to_string(len));
-    put_package(sim::Bytes(good.begin(), good.begin() + static_cast<std::ptrdiff_t>(len)));
-    expect_refused(3);
-  }
+  expect_truncations_refused(small_package(), 1);
 }
+
+struct Kind {
+  const char* name;
+  std::int32_t upgrade_type;
+  std::vector<std::string> partitions;
+  bool extras;
+};
+
+// Bytes and lengths here and there in packages of each kind, with either system running.
+class RefusalOfKindTest : public RefusalTest,
+                          public ::testing::WithParamInterface<std::tuple<sim::System, Kind>> {
+ protected:
+  RefusalOfKindTest() {
+    run_system(std::get<0>(GetParam()));
+    const Kind& kind = std::get<1>(GetParam());
+    package_.upgrade_type = kind.upgrade_type;
+    for (const std::string& name : kind.partitions) {
+      package_.partitions.push_back({name, support::pattern(64, ++seed_)});
+    }
+    if (kind.extras) {
+      package_.extras = {{"notes", support::pattern(20)}, {"more", support::pattern(30)}};
+    }
+  }
+
+  support::PackageFile package_;
+
+ private:
+  std::uint32_t seed_ = 0;
+};
+
+TEST_P(RefusalOfKindTest, DamagedBytes) {
+  expect_damage_refused(package_.bytes(), 7);
+}
+
+TEST_P(RefusalOfKindTest, Truncations) {
+  expect_truncations_refused(package_.bytes(), 13);
+}
+
+TEST_P(RefusalOfKindTest, OnlyIfItIsDamaged) {
+  put_package(package_);
+  const Ended run = zozale({"install"});
+  EXPECT_EQ(run.status, 0) << run;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Of, RefusalOfKindTest,
+    ::testing::Combine(::testing::Values(sim::System::a, sim::System::b),
+                       ::testing::Values(Kind{"System", 0, {"kernel", "rootfs", "oemdata"}, false},
+                                         Kind{"Platform", 1, {"kernel", "rootfs"}, false},
+                                         Kind{"Oem", 2, {"oemdata"}, false},
+                                         Kind{"Extras", 0, {"kernel", "rootfs", "oemdata"}, true})),
+    [](const auto& kind) {
+      return std::string(1, sim::letter(std::get<0>(kind.param))) + "Runs" +
+             std::get<1>(kind.param).name;
+    });
 
 TEST_F(RefusalTest, ARangePastTheEndOfTheFile) {
   support::PackageFile package = support::system_package();
@@ -129,33 +213,13 @@ TEST_F(RefusalTest, AnImageForAPartitionThatCannotBeWritten) {
   expect_kept_from_library(package, "partition[1].partition_type");
 }
 
-// While system B runs, the table's entry kernel2 as system A's partition is B's own kernel.
+// As system A's partition, the table's entry kernel2 is system B's own kernel.
 TEST_F(RefusalTest, APartitionOfTheRunningSystem) {
-  sim::Layout layout = sim::test_layout();
-  layout.platform.push_back({"kernel2", 0, 0});
-  use(layout);
-  run_system(sim::System::b);
-  support::PackageFile package;
-  package.upgrade_type = 1;
-  package.partitions = {{"kernel2", support::pattern(1000)}};
-
-  const Ended run = expect_refused(package, 4);
-
-  EXPECT_TRUE(run.complains("the partition kernel2 belongs to system B, which runs")) << run;
+  expect_protected("kernel2", "the partition kernel2 belongs to system B, which runs");
 }
 
 TEST_F(RefusalTest, TheFlagsPartition) {
-  sim::Layout layout = sim::test_layout();
-  layout.platform.push_back({"flags", 0, 0});
-  use(layout);
-  run_system(sim::System::b);
-  support::PackageFile package;
-  package.upgrade_type = 1;
-  package.partitions = {{"flags", support::pattern(1000)}};
-
-  const Ended run = expect_refused(package, 4);
-
-  EXPECT_TRUE(run.complains("the partition flags would be overwritten")) << run;
+  expect_protected("flags", "the partition flags would be overwritten");
 }
 
 TEST_F(RefusalTest, TooFewGoodBlocks) {
