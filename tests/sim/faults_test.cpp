@@ -13,12 +13,7 @@
 #include <stdexcept>
 
 #include "tests/support/device_test.h"
-
-extern "C" {
-int sc_cfg_get(const char* name, char* buffer, int length);
-int sc_cfg_set(const char* name, const char* value);
-int sc_cfg_save();
-}
+#include "tests/support/store_functions.h"
 
 namespace {
 
