@@ -72,6 +72,7 @@ class ExchangeTest : public ToolTest {
     EXPECT_TRUE(run.complains("zozale: the package was exchanged after it was checked\n")) << run;
     EXPECT_TRUE(run.complains("next:     nothing was erased; find out what writes to ")) << run;
     EXPECT_EQ(erases(), before) << run;
+    EXPECT_EQ(device().read_file("/cache/upgrade_status"), "2");
   }
   void expect_taken_back(const Ended& run, const std::string& found) {
     EXPECT_EQ(run.status, 5) << run;
@@ -80,6 +81,15 @@ class ExchangeTest : public ToolTest {
     EXPECT_TRUE(run.complains("next:     system B was marked unbootable; ")) << run;
     EXPECT_EQ(record().status(sim::System::b), sim::kStatusUnbootable);
     EXPECT_EQ(record().status(sim::System::a), sim::kStatusBootable);
+    EXPECT_EQ(device().read_file("/cache/upgrade_status"), "5");
+  }
+  // Not an exchange; the installation counts as failed for the boot loader and in the store.
+  void expect_failed(const Ended& run, const std::string& what) {
+    EXPECT_EQ(run.status, 1) << run;
+    EXPECT_TRUE(run.complains("zozale: " + what)) << run;
+    EXPECT_TRUE(run.complains("next:     system B was marked unbootable; ")) << run;
+    EXPECT_EQ(record().status(sim::System::b), sim::kStatusUnbootable);
+    EXPECT_TRUE(zozale({"watch"}).says("upgrade: installation failed\n"));
   }
 
   support::PackageFile package_ = support::system_package(kImageSize);
@@ -176,6 +186,46 @@ TEST_F(ExchangeTest, ThereAndBackAgainWithMoreBehindAnImage) {
     other_.partitions[1].data = longer;
     expect_taken_back(install_from_other_folder(), "more than the image in rootfs2\n");
   }
+}
+
+// The library passes over what holds its image; what lies behind it is still nobody's.
+TEST_F(ExchangeTest, ASecondRunDoesNotTakeWhatTheFirstRefused) {
+  other_.partitions[1].data = package_.partitions[1].data;
+  other_.partitions[1].data.resize(kImageSize + 3000, 0x5A);
+  expect_taken_back(install_from_other_folder(), "more than the image in rootfs2\n");
+
+  const Ended second = zozale({"install", "--trust", kTrust});
+
+  expect_failed(second, "rootfs2 holds more than its image, and did before this installation\n");
+  EXPECT_TRUE(second.complains("erase the partition, as 'flash_erase /dev/mtd")) << second;
+  device().partition("rootfs2").wipe();
+  EXPECT_EQ(zozale({"install", "--trust", kTrust}).status, 0);
+  EXPECT_EQ(record().status(sim::System::b), sim::kStatusBootable);
+}
+
+TEST_F(ExchangeTest, ABlockThatCannotBeErasedIsNoExchange) {
+  // The image ends in the third block; the fourth holds what was there before.
+  device().faults().add({sim::Op::memerase64, "rootfs2", 4, EIO, false, std::nullopt});
+
+  expect_failed(zozale({"install", "--trust", kTrust}),
+                "rootfs2 holds more than its image: a block behind it could not be erased\n");
+}
+
+// Whichever of the readings fails, the library's own or those of the check afterwards.
+TEST_F(ExchangeTest, AReadThatFailsIsNoExchange) {
+  ASSERT_EQ(zozale({"install", "--trust", kTrust}).status, 0);
+  int failed = 0;
+  for (std::uint64_t at = 1; at <= 12; ++at) {
+    device().faults().clear();
+    device().faults().add({sim::Op::read, "rootfs2", at, EIO, false, std::nullopt});
+    const Ended run = zozale({"install", "--trust", kTrust});
+    if (run.status != 0) {
+      ++failed;
+      expect_failed(run, "what was installed cannot be checked\n");
+      EXPECT_TRUE(run.complains("found:    rootfs2 cannot be read\n")) << run;
+    }
+  }
+  EXPECT_GT(failed, 0);
 }
 
 TEST_F(ExchangeTest, ThereAndBackAgainWithPartitionsThatNobodySigned) {

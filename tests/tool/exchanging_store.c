@@ -4,6 +4,8 @@
  * done at the n-th of them (from 0), once each and in order: "FROM TO" renames a file, "+FILE"
  * appends a byte to it.
  *
+ * The last status of an upgrade is kept in /cache/upgrade_status.
+ *
  * EXCHANGE_BYTE is "OFFSET VALUE FILE": from the first digest on that the tool finishes, until the
  * library begins to verify, the file has this value at this place. The bytes are changed in a
  * mapping that was written to before, which leaves the file's times as they are. */
@@ -79,6 +81,14 @@ static void carry_out(const char* action) {
   }
 }
 
+static void remember(const char* status) {
+  FILE* file = fopen("/cache/upgrade_status", "w");
+  if (file != NULL) {
+    fputs(status, file);
+    fclose(file);
+  }
+}
+
 int sc_cfg_set(const char* name, const char* value) {
   static size_t next = 0;
   const char* moments = getenv("EXCHANGE_AT");
@@ -86,6 +96,7 @@ int sc_cfg_set(const char* name, const char* value) {
   if (strcmp(name, "fota_ab_upgrade_status") != 0) {
     return 0;
   }
+  remember(value);
   if (exchanged_byte != NULL && value[0] == '0') {
     exchange_byte();
   }

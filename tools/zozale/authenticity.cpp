@@ -35,14 +35,7 @@ Failure exchange_failure(const std::string& found) {
            found, std::string("nothing was erased; ") + kFindWriter}};
 }
 
-// What is not as it was checked; empty when all is.
-std::string difference(const PackageFile& package, Meter& meter, Display& display) {
-  if (!package.file.is_unchanged()) {
-    return kAnotherFile;
-  }
-  if (!package.authentic) {
-    return "";
-  }
+Digest digest_again(const PackageFile& package, Meter& meter, Display& display) {
   meter.forget_bad_blocks();
   meter.begin_step(Work::kRead, "checking the package again", "", package.file.size());
   Sha512 hash;
@@ -52,15 +45,71 @@ std::string difference(const PackageFile& package, Meter& meter, Display& displa
     display.show(meter.reading());
   });
   meter.end_step();
-  if (hash.digest() != package.authentic->digest) {
-    return "other content, with the SHA-512 " + hex(hash.digest());
+  return hash.digest();
+}
+
+// What is not as it was checked; empty when all is. Throws Error when the file cannot be read; one
+// that is cut meanwhile is another file.
+std::string difference(const PackageFile& package, Meter& meter, Display& display) {
+  if (!package.file.is_unchanged()) {
+    return kAnotherFile;
+  }
+  if (!package.authentic) {
+    return "";
+  }
+  try {
+    const Digest digest = digest_again(package, meter, display);
+    if (digest != package.authentic->digest) {
+      return "other content, with the SHA-512 " + hex(digest);
+    }
+  } catch (const Error&) {
+    if (package.file.is_unchanged()) {
+      throw;
+    }
   }
   return package.file.is_unchanged() ? "" : kAnotherFile;
 }
 
+// Why what an upgrade has done is not taken.
+struct Objection {
+  ExitCode code;
+  std::string what;
+  std::string expected;
+  std::string found;
+  std::string next;
+};
+
+Objection exchanged(const std::string& found) {
+  return {kExitExchanged, "the package was exchanged while it was installed",
+          "the package that was checked, and its images, in the system that was written", found,
+          kFindWriter};
+}
+
+Objection not_checkable(const std::string& found) {
+  return {kExitFailed, "what was installed cannot be checked",
+          "the package and what was written readable", found,
+          "check the flash and the kernel's log, then run 'zozale install' again"};
+}
+
+Objection not_erased(const PlanItem& item) {
+  return {kExitFailed,
+          printable(item.mtd) + " holds more than its image: a block behind it could not be erased",
+          "erased blocks behind the image", "data behind it, and an erasing failure in the log",
+          "mark the block that the log names as bad, then run 'zozale install' again"};
+}
+
+// The library passes over a partition that holds its image, whatever lies behind.
+Objection left_over(const PlanItem& item, const Flash& flash) {
+  return {kExitFailed,
+          printable(item.mtd) + " holds more than its image, and did before this installation",
+          "erased blocks behind the image", "data behind it that nobody has signed",
+          "erase the partition, as 'flash_erase " + flash.node() +
+              " 0 0' does, then run 'zozale install' again, which writes it anew"};
+}
+
 std::string wrong_partitions(const PackageFile& package, const Outcome& outcome) {
   const std::vector<PackageEntry>& entries = package.view.partitions;
-  const std::vector<std::string>& names = outcome.partitions;
+  const std::vector<std::string>& names = outcome.witness.names();
   for (size_t i = 0; i < names.size(); ++i) {
     if (i >= entries.size() || names[i] != entries[i].name) {
       return "the partition " + printable(names[i]) + " written out of its turn";
@@ -72,54 +121,81 @@ std::string wrong_partitions(const PackageFile& package, const Outcome& outcome)
              : "";
 }
 
-// Compares whole digests, where the library stops at a zero byte. Bytes behind the image of a
-// partition that the library passed over were there before.
-std::string wrong_content(const PlanItem& item, const Digest& wanted, bool written) {
-  const Flash flash(MtdTable::read().require(item.mtd));
-  if (image_digest(flash, item.bytes) != wanted) {
-    return "another image in " + printable(item.mtd) + ", or one that cannot be read";
+std::optional<Objection> object_to_more(const PlanItem& item, const Flash& flash,
+                                        const Outcome& outcome, size_t index) {
+  if (!outcome.written.at(index)) {
+    return left_over(item, flash);
   }
-  return written && !is_erased_behind(flash, item.bytes)
-             ? "more than the image in " + printable(item.mtd)
-             : "";
+  return outcome.witness.erase_failed(index)
+             ? not_erased(item)
+             : exchanged("more than the image in " + printable(item.mtd));
 }
 
-std::string wrong_contents(const PackageFile& package, const Outcome& outcome, Meter& meter,
-                           Display& display) {
+// Compares whole digests, where the library stops at a zero byte.
+std::optional<Objection> object_to_content(const PlanItem& item, const Digest& wanted,
+                                           const Outcome& outcome, size_t index) {
+  const Flash flash(MtdTable::read().require(item.mtd));
+  const std::optional<Digest> found = image_digest(flash, item.bytes);
+  const std::optional<bool> erased = is_erased_behind(flash, item.bytes);
+  if (!found || !erased) {
+    return not_checkable(printable(item.mtd) + " cannot be read");
+  }
+  if (*found != wanted) {
+    return exchanged("another image in " + printable(item.mtd));
+  }
+  return *erased ? std::nullopt : object_to_more(item, flash, outcome, index);
+}
+
+std::optional<Objection> object_to_contents(const PackageFile& package, const Outcome& outcome,
+                                            Meter& meter, Display& display) {
   for (size_t i = 0; i < outcome.plan.items.size(); ++i) {
     const PlanItem& item = outcome.plan.items[i];
     meter.begin_step(Work::kRead, "checking the origin of what is in", item.mtd, item.bytes);
     display.show(meter.reading());
-    std::string found = wrong_content(item, package.view.partitions[i].hash, outcome.written.at(i));
-    if (!found.empty()) {
-      return found;
+    if (auto objection = object_to_content(item, package.view.partitions[i].hash, outcome, i)) {
+      return objection;
     }
     meter.end_step();
   }
-  return "";
+  return std::nullopt;
 }
 
-// What cannot be looked at counts as wrong.
-std::string wrong_outcome(const PackageFile& package, const Outcome& outcome, Meter& meter,
-                          Display& display) {
+std::optional<Objection> object(const PackageFile& package, const Outcome& outcome, Meter& meter,
+                                Display& display) {
+  std::string found = wrong_partitions(package, outcome);
+  found = found.empty() ? difference(package, meter, display) : found;
+  if (!found.empty()) {
+    return exchanged(found);
+  }
+  return outcome.succeeded ? object_to_contents(package, outcome, meter, display) : std::nullopt;
+}
+
+// What cannot be looked at is not taken, for whatever reason.
+std::optional<Objection> object_or_fail(const PackageFile& package, const Outcome& outcome,
+                                        Meter& meter, Display& display) {
   try {
-    std::string found = wrong_partitions(package, outcome);
-    found = found.empty() ? difference(package, meter, display) : found;
-    return found.empty() && outcome.succeeded ? wrong_contents(package, outcome, meter, display)
-                                              : found;
-  } catch (const Error& error) {
-    return error.what();
+    return object(package, outcome, meter, display);
+  } catch (const std::exception& error) {
+    return not_checkable(error.what());
   }
 }
 
+// Neither the boot loader nor who follows the store is to take the target for installed.
 std::string take_target_back(Library& library, System target) {
-  const int code = code_of(target);
-  if (library.run([code] {
-        return vemk_dual_set_system_status(code, DUALSYSTEM_STATUS_UNBOOTABLE);
-      }) != 0) {
-    return in_words(target) + " COULD NOT be marked unbootable: do not switch to it; ";
+  const auto take_back = [code = code_of(target)] {
+    upi_set_upgrade_status(UPGRADE_STATUS_UPDATE_FAIL);
+    return vemk_dual_set_system_status(code, DUALSYSTEM_STATUS_UNBOOTABLE);
+  };
+  int result = -1;
+  try {
+    result = library.run(take_back);
+  } catch (const std::exception&) {
+    // Without room for following what the library says it can still be called.
+    result = take_back();
   }
-  return in_words(target) + " was marked unbootable; ";
+  return in_words(target) + (result == 0
+                                 ? " was marked unbootable; "
+                                 : " COULD NOT be marked unbootable: do not switch to it; ");
 }
 
 }  // namespace
@@ -155,9 +231,14 @@ void plan_same_package(Meter& meter, const PackageFile& package, int passes) {
   }
 }
 
-void require_same_package(const PackageFile& package, Meter& meter, Display& display) {
+void require_same_package(Session& session, const PackageFile& package, Meter& meter,
+                          Display& display) {
   const std::string found = difference(package, meter, display);
   if (!found.empty()) {
+    session.library.run([] {
+      upi_set_upgrade_status(UPGRADE_STATUS_VERIFY_FAIL);
+      return 0;
+    });
     throw exchange_failure(found);
   }
 }
@@ -165,6 +246,10 @@ void require_same_package(const PackageFile& package, Meter& meter, Display& dis
 void PartitionWitness::on_line(const LogLine& line) {
   if (const auto name = between(line.message, "Update parition:", "")) {
     names_.emplace_back(*name);
+    erase_failed_.push_back(false);
+  }
+  if (!names_.empty() && between(line.message, "Mtd, erasing failure at ", "")) {
+    erase_failed_.back() = true;
   }
   next_.on_line(line);
 }
@@ -183,14 +268,12 @@ void require_authentic_outcome(Session& session, const PackageFile& package, con
   if (!package.authentic) {
     return;
   }
-  const std::string found = wrong_outcome(package, outcome, meter, display);
-  if (!found.empty()) {
+  const auto objection = object_or_fail(package, outcome, meter, display);
+  if (objection) {
+    const std::string taken_back = take_target_back(session.library, outcome.plan.target);
     display.end();
-    const System target = outcome.plan.target;
-    throw Failure(kExitExchanged,
-                  {"the package was exchanged while it was installed",
-                   "the package that was checked, and its images, in " + in_words(target), found,
-                   take_target_back(session.library, target) + kFindWriter});
+    throw Failure(objection->code, {objection->what, objection->expected, objection->found,
+                                    taken_back + objection->next});
   }
 }
 

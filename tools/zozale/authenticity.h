@@ -28,10 +28,13 @@ void require_unchanged(const PackageFile& package);
 // Plans the reading that `passes` calls of require_same_package() do.
 void plan_same_package(Meter& meter, const PackageFile& package, int passes);
 
-// The same, and when a signature was asked for every byte is read and compared, too.
-void require_same_package(const PackageFile& package, Meter& meter, Display& display);
+// The same, and when a signature was asked for every byte is read and compared, too. A package that
+// was exchanged is one that was not verified, in the store too.
+void require_same_package(Session& session, const PackageFile& package, Meter& meter,
+                          Display& display);
 
-// Keeps the names of the partitions that an upgrade sets about, as the library tells them.
+// Keeps the names of the partitions that an upgrade sets about, as the library tells them, and in
+// which of them it could not erase a block.
 class PartitionWitness : public Follower {
  public:
   explicit PartitionWitness(Follower& next) : next_(next) {}
@@ -39,10 +42,12 @@ class PartitionWitness : public Follower {
   void on_line(const LogLine& line) override;
   void on_tick() override { next_.on_tick(); }
   const std::vector<std::string>& names() const { return names_; }
+  bool erase_failed(size_t partition) const { return erase_failed_.at(partition); }
 
  private:
   Follower& next_;
   std::vector<std::string> names_;
+  std::vector<bool> erase_failed_;
 };
 
 // Plans the reading that require_authentic_outcome() does.
@@ -51,15 +56,16 @@ void plan_authentic_outcome(Meter& meter, const PackageFile& package);
 // What an upgrade has done.
 struct Outcome {
   const Plan& plan;
-  const std::vector<std::string>& partitions;  // as a PartitionWitness has them
-  const std::vector<bool>& written;            // which of these it wrote to
+  const PartitionWitness& witness;
+  const std::vector<bool>& written;  // which partitions it wrote to
   bool succeeded;
 };
 
 // After an upgrade, of a package whose signature was checked: that the package is the same, that no
 // other partitions were upgraded, and, if the upgrade succeeded, that the target's partitions hold
-// its images, with nothing behind them where they were written. Otherwise the target, which the
-// library has marked bootable, is marked unbootable. Throws Failure(kExitExchanged).
+// its images and nothing behind them. Otherwise the target, which the library has marked bootable,
+// is marked unbootable, and the store says that the upgrade failed. Throws Failure(kExitExchanged),
+// or Failure(kExitFailed) for a target that cannot be read or was not erased.
 void require_authentic_outcome(Session& session, const PackageFile& package, const Outcome& outcome,
                                Meter& meter, Display& display);
 

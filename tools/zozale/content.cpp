@@ -43,13 +43,13 @@ std::optional<Digest> image_digest(const Flash& flash, uint64_t len) {
   return hash.digest();
 }
 
-bool is_erased_behind(const Flash& flash, uint64_t len) {
+std::optional<bool> is_erased_behind(const Flash& flash, uint64_t len) {
   std::vector<uint8_t> block(flash.block_size());
   auto index = static_cast<uint32_t>(len / block.size());
   auto used = static_cast<size_t>(len % block.size());
   for (; index < flash.good_blocks(); ++index) {
     if (!flash.read_good(index, block.data(), block.size())) {
-      return false;
+      return std::nullopt;
     }
     std::fill_n(block.begin(), used, 0xFF);
     if (!is_erased(block)) {

@@ -17,8 +17,8 @@ namespace zozale::tool {
 std::optional<Digest> image_digest(const Flash& flash, uint64_t len);
 
 // Whether the good blocks behind the first `len` bytes, and the rest of the block in which these
-// end, can be read and are erased.
-bool is_erased_behind(const Flash& flash, uint64_t len);
+// end, are erased; nothing when they cannot be read.
+std::optional<bool> is_erased_behind(const Flash& flash, uint64_t len);
 
 // True when the library takes the two for equal: it compares up to a zero byte that both have.
 bool equal_for_library(Digest one, Digest two);

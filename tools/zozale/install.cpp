@@ -91,14 +91,13 @@ void run_upgrade(Session& session, const PackageFile& package, System target, Di
   verify_by_library(session, package, verification, target);
   const Plan plan = prepare(package, target, Compare::kNo);
   require_room(plan);
-  require_same_package(package, meter, display);
+  require_same_package(session, package, meter, display);
   UpgradeSteps steps(meter, display, plan);
   PartitionWitness witness(steps);
   const Upgrade upgrade = upgrade_by_library(session, witness);
   record_outcome(session.report, plan, steps.written());
-  require_authentic_outcome(session, package,
-                            {plan, witness.names(), steps.written(), upgrade.succeeded()}, meter,
-                            display);
+  require_authentic_outcome(session, package, {plan, witness, steps.written(), upgrade.succeeded()},
+                            meter, display);
   if (!upgrade.succeeded()) {
     throw upgrade_failure(session.library, steps, target);
   }

@@ -103,7 +103,7 @@ ExitCode verify(Session& session) {
   VerifySteps steps(meter, display, package.view);
   plan_same_package(meter, package, 1);
   verify_by_library(session, package, steps, other(running));
-  require_same_package(package, meter, display);
+  require_same_package(session, package, meter, display);
   meter.finish();
   display.show(meter.reading());
   display.end();
