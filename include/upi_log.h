@@ -62,4 +62,13 @@ UPI_EXPORT void upi_fwrite(char* filename, char* info);
 
 }  // extern "C"
 
+namespace upi {
+
+// Whole seconds since timestamp_now() returned `start`.
+inline unsigned seconds_since(unsigned start) {
+  return (timestamp_now() - start) / 1000000;
+}
+
+}  // namespace upi
+
 #endif

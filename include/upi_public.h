@@ -138,6 +138,11 @@ UPI_EXPORT void show_hash_hex(int type, const char* title, char* hash);
 
 namespace upi {
 
+// A digest as the two functions above take it.
+inline char* digest_text(uint8_t* digest) {
+  return reinterpret_cast<char*>(digest);
+}
+
 // The record of a partition table, zeroed, or null when memory ran out.
 system_upgrade_partition_info_t* new_system_partition_info();
 

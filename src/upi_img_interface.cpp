@@ -4,9 +4,6 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <cstring>
-
 #include "upi_log.h"
 
 namespace {

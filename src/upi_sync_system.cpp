@@ -5,7 +5,6 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdint>
 #include <cstring>
 
@@ -21,10 +20,6 @@ namespace {
 constexpr size_t kShortTestSize = 1024;
 constexpr char kSeparator[] = "--------------------------------------------------";
 constexpr char kEraseFrame[] = "-------------------------";
-
-unsigned seconds_since(unsigned start) {
-  return (timestamp_now() - start) / 1000000;
-}
 
 // One partition's node, closed when it goes out of scope.
 class OpenPartition {
@@ -123,7 +118,8 @@ Step read_content_block(const char* speaker, OpenPartition* partition, uint32_t 
 }
 
 bool hash_content(OpenPartition* partition, WalkBuffers* buffers, SHA512_CTX* context) {
-  for (uint32_t i = 0; i < partition->blocks(); ++i) {
+  const uint32_t blocks = partition->blocks();
+  for (uint32_t i = 0; i < blocks; ++i) {
     switch (read_content_block("partition_hash", partition, i, buffers)) {
       case Step::kBlock:
         SHA512_Update(context, buffers->data(), buffers->size());
@@ -219,7 +215,8 @@ static int erase_partition(char* partition_name) {
 namespace {
 
 bool copy_content(OpenPartition* dst, OpenPartition* src, WalkBuffers* buffers) {
-  for (uint32_t i = 0; i < src->blocks(); ++i) {
+  const uint32_t blocks = src->blocks();
+  for (uint32_t i = 0; i < blocks; ++i) {
     buffers->clear();
     switch (read_content_block("sync_partition", src, i, buffers)) {
       case Step::kBlock:
@@ -355,7 +352,7 @@ bool sync_entry(int target_system_index, platform_partition_info_t* entry, int o
     return false;
   }
   UPI_LOG_AS("sync_system", "-------------- Sync parition [%s] Takes %us --------------",
-             dst_partition, seconds_since(start));
+             dst_partition, upi::seconds_since(start));
   UPI_LOG_AS("sync_system", "Sync Target Partition [%s] Success", dst_partition);
   UPI_LOG_AS("sync_system", "%s", kSeparator);
   return true;
@@ -409,7 +406,7 @@ int end_sync(system_upgrade_partition_info_t* table, int target_system, unsigned
   mark_target(target_system, DUALSYSTEM_STATUS_BOOTABLE);
   upi_deinit_system_partition_info(table);
   UPI_LOG_AS("upi_sync_system", "-------------- Sync Takes %us --------------",
-             seconds_since(start));
+             upi::seconds_since(start));
   UPI_LOG_AS("upi_sync_system", "<<<<<<<<<<<<<<< Sync Success >>>>>>>>>>>>>>>");
   return 0;
 }

@@ -1,12 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "upi_update.h"
 
-#include <sys/ioctl.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdint>
-#include <cstring>
 
 #include "upi_fotaflag_partition.h"
 #include "upi_hash.h"
@@ -21,10 +18,6 @@ z_upgrade_flush_status_t* g_flush_status;
 namespace {
 
 constexpr char kSeparator[] = "-----------------------------------------------";
-
-unsigned seconds_since(unsigned start) {
-  return (timestamp_now() - start) / 1000000;
-}
 
 // The longest text that may be read from an entry's name, and the name: two arguments of "%.*s".
 struct EntryName {
@@ -265,7 +258,7 @@ bool upgrade_and_report(int target, partition_head_info_t* entry, int index, uin
   *updated += static_cast<uint32_t>(entry->len);
   upi_flush_upgrade_status(UPGRADE_STATUS_UPDATING, -1, static_cast<int>(*updated));
   UPI_LOG_AS("upgrade_partitions", "-------------- Update parition [%.*s] Takes %us --------------",
-             name.limit, name.text, seconds_since(start));
+             name.limit, name.text, upi::seconds_since(start));
   UPI_LOG_AS("upgrade_partitions", "%s\n", kSeparator);
   return true;
 }
@@ -400,7 +393,8 @@ int fail_update(int target, int result) {
 }
 
 int succeed_update(int target, unsigned start) {
-  UPI_LOG_AS("upi_update", "-------------- Upgrade Takes %us --------------", seconds_since(start));
+  UPI_LOG_AS("upi_update", "-------------- Upgrade Takes %us --------------",
+             upi::seconds_since(start));
   UPI_LOG_AS("upi_update", "<<<<<<<<<<<<Success  Upgrade>>>>>>>>>>>>>");
   return end_update(UPGRADE_STATUS_UPDATE_SUCCESS, target, 0);
 }

@@ -246,10 +246,6 @@ bool load_package(upgrade_package_info_t* package, const char* path) {
          read_extra_table(package);
 }
 
-char* digest_text(uint8_t* digest) {
-  return reinterpret_cast<char*>(digest);
-}
-
 }  // namespace
 
 int init_upgrade_package_info(const char* upagrade_package_file_path) {
@@ -467,7 +463,7 @@ void show_upgrade_package_head_info(void) {
       head->upgrade_package_version, head->plat, head->upgrade_package_type, head->upgrade_type,
       head->partition_num, head->extra_num, head->hash_type, head->block_size);
   UPI_LOG("upgrad package version_dst:%.*s", limit(head->version_dst, end), head->version_dst);
-  show_hash_hex(HASH_SHA512, "upgrade package content hash:", digest_text(head->hash));
+  show_hash_hex(HASH_SHA512, "upgrade package content hash:", upi::digest_text(head->hash));
 }
 
 void show_partition_info(void) {
@@ -485,7 +481,7 @@ void show_partition_info(void) {
         "partition partition_type:%d\n"
         "partition zipped:%d\n",
         entry->len, entry->offset, entry->partition_type, entry->zipped);
-    show_hash_hex(HASH_SHA512, "hash:", digest_text(entry->hash));
+    show_hash_hex(HASH_SHA512, "hash:", upi::digest_text(entry->hash));
   }
   UPI_LOG("----------------------------");
 }
@@ -502,7 +498,7 @@ void show_extra_info(void) {
         "Extra file offset:%d\n",
         entries[i].len, entries[i].offset);
     // The package's digest, not the file's own: readers of these logs expect it.
-    show_hash_hex(HASH_SHA512, "Extra file hash:", digest_text(get_upgrade_package_hash()));
+    show_hash_hex(HASH_SHA512, "Extra file hash:", upi::digest_text(get_upgrade_package_hash()));
   }
   UPI_LOG("----------------------------");
 }

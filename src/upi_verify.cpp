@@ -10,14 +10,10 @@ namespace {
 
 constexpr unsigned kHeadSize = sizeof(upgrade_package_head_info_t);
 
-char* digest_text(uint8_t* digest) {
-  return reinterpret_cast<char*>(digest);
-}
-
 int end_verification(bool verified, unsigned start) {
   if (verified) {
     UPI_LOG_AS("upi_verify", "-------------- Verify Takes %us --------------",
-               (timestamp_now() - start) / 1000000);
+               upi::seconds_since(start));
   }
   UPI_LOG_AS("upi_verify", "<<<<<<<<<<verify upgrade package %s>>>>>>>>>>>",
              verified ? "Success" : "Failed");
@@ -69,9 +65,9 @@ bool verify_target(int target, partition_head_info_t* entries, int count) {
 // Compares a digest of the package with the one that was computed; the titles are for a difference.
 int check_digest(const char* speaker, uint8_t* expected, const char* expected_title,
                  unsigned char* computed, const char* computed_title) {
-  if (hash_compare(digest_text(expected), digest_text(computed), HASH_SHA512) != 0) {
-    show_hash_hex(HASH_SHA512, expected_title, digest_text(expected));
-    show_hash_hex(HASH_SHA512, computed_title, digest_text(computed));
+  if (hash_compare(upi::digest_text(expected), upi::digest_text(computed), HASH_SHA512) != 0) {
+    show_hash_hex(HASH_SHA512, expected_title, upi::digest_text(expected));
+    show_hash_hex(HASH_SHA512, computed_title, upi::digest_text(computed));
     return -1;
   }
   UPI_LOG_AS(speaker, "Verify upgrade package hash success!");
