@@ -24,7 +24,7 @@ from measure import Cell
 FULL = {"instructions": [(mib, bad) for mib in (8, 32, 128) for bad in (0, 1, 5)],
         "counts": [(2, 0), (4, 0), (16, 0), (64, 0), (8, 2), (8, 3), (32, 2), (32, 3)],
         "guest": ["8:0:2", "8:1:2", "8:5:1", "32:0:1", "32:1:1"],
-        "delays": 2}
+        "delays": 8}
 QUICK = {"instructions": [(2, 0), (2, 15), (4, 0)], "counts": [(1, 0), (8, 0)], "guest": [],
          "delays": None}
 
@@ -80,7 +80,13 @@ def arguments():
     parser.add_argument("--quick", action="store_true")
     parser.add_argument("--again", nargs="+", default=[])
     parser.add_argument("--page", type=pathlib.Path)
-    return parser.parse_args()
+    given = parser.parse_args()
+    plan = QUICK if given.quick else FULL
+    known = [f"{mib}:{bad}" for mib, bad in plan["instructions"] + plan["counts"]] + ["guest", "delays"]
+    for cell in given.again:
+        if cell not in known:
+            parser.error(f"--again: {cell} is none of {' '.join(known)}")
+    return given
 
 
 def main():

@@ -8,6 +8,8 @@ import random
 import shutil
 import subprocess
 
+from model import partition_of
+
 BLOCK = 128 * 1024
 MIB = 1024 * 1024
 
@@ -49,8 +51,7 @@ class Device:
         self.folder = pathlib.Path(folder)
         self.path = self.folder / "device"
         used = size_mib * MIB // BLOCK
-        self.blocks = used + max(used // 5, 4)
-        self.bad = max(self.blocks * bad_percent // 100, bad_percent > 0)
+        self.blocks, self.bad = partition_of(used, bad_percent)
         self.bad_blocks = []  # of each of the two partitions
         shutil.rmtree(self.folder, ignore_errors=True)
         self.folder.mkdir(parents=True)

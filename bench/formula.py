@@ -10,10 +10,7 @@ import sys
 
 from device import Device
 from measure import logged
-from model import Counts, fresh_install
-
-# The boot flag record is read twice, and written twice in two copies: two bad block queries each.
-RECORD = {"MEMGETBADBLOCK": 12, "block-erase": 4, "page-program": 4 * 64}
+from model import RECORD, Counts, fresh_install
 
 
 def installed(device):

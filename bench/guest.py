@@ -7,11 +7,11 @@ import statistics
 import subprocess
 import sys
 
-from model import Flash, fresh_install
+from model import RECORD, Flash, fresh_install
 
 HERE = pathlib.Path(__file__).parent
+MIB = 1024 * 1024
 PAGES_PER_BLOCK = 64
-RECORD_BLOCKS = 4  # of the boot flag record, written during an installation
 INSTALLERS = ("library", "floor", "mtd_utils", "updater")
 
 
@@ -59,14 +59,23 @@ def measure(build, case):
 
 
 def measure_delays(build, mib):
-    """What an installation takes longer when nandsim takes a flash part's time, measured and by
-    the formula."""
+    """What an installation takes longer when nandsim takes a flash part's time for one kind of
+    operation, measured and by the formula. How often the driver loads a page that is read in pieces
+    is measured by itself."""
     (taken,) = (rounds["1"] for rounds in boot(build, f"{mib}:0:1:delays").values())
-    seconds, erases, programs = taken["library_delayed"]
+
+    def longer(installer, part):
+        return taken[f"{installer}:{part}"][0] - taken[installer][0]
+
+    load = Flash.read + Flash.page / Flash.bus
+    loads = {way: longer(way, "reading") / (mib * MIB / Flash.page * load)
+             for way in ("pieces", "pages")}
+    _, erases, programs = taken["library"]
     used = programs // PAGES_PER_BLOCK
     counts = fresh_install(used, erases - used, [])
-    counts.erases += RECORD_BLOCKS
-    counts.programs += RECORD_BLOCKS * PAGES_PER_BLOCK
-    by_formula = Flash().seconds(counts)
-    return {"mib": mib, "measured": seconds - taken["library"][0],
-            "by_formula": sum(by_formula[part] for part in ("reading", "programming", "erasing"))}
+    counts.erases += RECORD["block-erase"]
+    counts.programs += RECORD["page-program"]
+    by_formula = Flash(loads=loads["pieces"]).seconds(counts)
+    return {"mib": mib, "loads": loads,
+            "parts": {part: {"measured": longer("library", part), "by_formula": by_formula[part]}
+                      for part in ("reading", "programming", "erasing")}}

@@ -8,6 +8,7 @@ import statistics
 import subprocess
 
 from callgrind import profile
+from model import RECORD
 from operations import OPERATIONS, PROGRAMS, Pair
 
 SIMULATOR = "libzozale_sim.so"
@@ -96,9 +97,9 @@ class Cell:
             }
 
     def needed(self, name):
-        """Blocks that get another content: the image's, and two copies of the record twice."""
+        """Blocks that get another content: the image's and the record's."""
         image = self.used if name in ("install (fresh)", "sync (different)") else 0
-        return image + (0 if name == "verify" else 4)
+        return image + (0 if name == "verify" else RECORD["block-erase"])
 
     def count_instructions(self):
         for name, verb in self.pair.rounds():

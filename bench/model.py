@@ -5,6 +5,16 @@ import dataclasses
 
 READ = 1024  # bytes that are read for a digest at a time
 
+# Of the boot flag record during an installation: it is read twice, and written twice in two copies;
+# two queries for each.
+RECORD = {"MEMGETBADBLOCK": 12, "block-erase": 4, "page-program": 4 * 64}
+
+
+def partition_of(used, bad_percent):
+    """Blocks of the partition that is measured with an image of `used`, and how many are bad."""
+    blocks = used + max(used // 5, 4)
+    return blocks, max(blocks * bad_percent // 100, int(bad_percent > 0))
+
 
 @dataclasses.dataclass
 class Counts:
@@ -41,6 +51,7 @@ class Flash:
 
     page: int = 2048  # bytes
     read: float = 25e-6  # tR, seconds a page
+    loads: float = 1  # of a page that is read in pieces, until all of it was read
     program: float = 200e-6  # tPROG, seconds a page
     erase: float = 2e-3  # tBERS, seconds a block
     bus: float = 20e6  # bytes a second
@@ -52,7 +63,7 @@ class Flash:
         """Time by what it is spent on."""
         over_the_bus = self.page / self.bus
         return {
-            "reading": counts.reads * (self.read + over_the_bus),
+            "reading": counts.reads * self.loads * (self.read + over_the_bus),
             "programming": counts.programs * (self.program + over_the_bus),
             "erasing": counts.erases * self.erase,
             "digests": counts.reads * self.page / self.digest,

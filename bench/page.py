@@ -75,6 +75,12 @@ def formula_table(cells):
                     [formula_row(row) for row in cells if row["operation"] == "install (fresh)"])
 
 
+def delay_table(delays):
+    return markdown(["", "measured", "by formula"],
+                    [[part, f"{seconds['measured']:.2f} s", f"{seconds['by_formula']:.2f} s"]
+                     for part, seconds in delays["parts"].items()])
+
+
 def write(results, page, plots):
     cells = results["cells"]
     tables = {
@@ -84,6 +90,7 @@ def write(results, page, plots):
         "counts": count_table(cells),
         "guest": guest_table(results["guest"]),
         "formula": formula_table(cells),
+        "delays": delay_table(results["delays"]),
     }
     text = PLACE.sub(lambda place: place[1] + tables[place[2]] + place[3], page.read_text())
     page.write_text(text)

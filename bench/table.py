@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """The results as one table for people."""
 
-from model import Flash, fresh_install
+from model import RECORD, Flash, fresh_install
 
 MIB = 1024 * 1024
 
@@ -47,14 +47,22 @@ def model_lines(rows):
         if row["operation"] != "install (fresh)":
             continue
         counts = fresh_install(row["mib"] * 8, row["blocks"], row["bad_blocks"][1])
-        queries = row["requests"]["MEMGETBADBLOCK"] - 12
-        erases = row["blocks_erased"] - 4
-        programs = row["requests"]["page-program"] - 4 * 64
+        queries, erases, programs = (row["requests"][kind] - of_record
+                                     for kind, of_record in RECORD.items())
         verdict = (counts.bad_queries, counts.erases, counts.programs) == (queries, erases, programs)
         seconds = Flash().seconds(counts)
         yield (f"  {row['mib']:4}{row['bad_percent']:5}{counts.bad_queries:14,}{queries:14,}"
                f"{counts.erases:8,}{erases:8,}{counts.programs:9,}{programs:9,}"
                f"  {'equal' if verdict else 'DIFFERENT'}{sum(seconds.values()):9.1f} s")
+
+
+def delay_lines(delays):
+    loads = delays["loads"]
+    yield (f"Installing {delays['mib']} MiB takes longer when nandsim takes a flash part's time; it loads"
+           f" a page {loads['pieces']:.2f} times when it is read in pieces of 1 KiB,"
+           f" {loads['pages']:.2f} times when it is read whole")
+    for part, seconds in delays["parts"].items():
+        yield f"  {part:12}{seconds['measured']:7.2f} s, by formula{seconds['by_formula']:7.2f} s"
 
 
 def where_it_matters(share):
@@ -79,9 +87,7 @@ def text(results):
               f"{'pages':>9}{'counted':>9}{'':9}{'by datasheet':>9}"]
     lines += model_lines(results["cells"])
     if results.get("delays"):
-        delays = results["delays"]
-        lines += ["", f"Installing {delays['mib']} MiB takes {delays['measured']:.2f} s longer when nandsim"
-                  f" takes a flash part's time; by formula {delays['by_formula']:.2f} s"]
+        lines += ["", *delay_lines(results["delays"])]
     lines += ["", "By the same datasheet, bad block queries take of an installation's time"]
     lines += [f"  {share:4.0%} from an image of {where_it_matters(share)} MiB on"
               for share in (0.1, 0.25, 0.5)]

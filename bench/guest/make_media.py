@@ -2,13 +2,16 @@
 # SPDX-License-Identifier: Apache-2.0
 """make_media.py ZOZALE_PACKAGE FOLDER CASE...: makes what the guest installs. A CASE is
 MIB:BAD_PERCENT:ROUNDS; an image of MIB fills all but a fifth of its partition. With ":delays" behind
-it the library alone installs, without and with the delays of a flash part."""
+it the library alone installs, without and with each delay of a flash part."""
 
 import hashlib
 import pathlib
 import random
 import subprocess
 import sys
+
+sys.path.append(str(pathlib.Path(__file__).parent.parent))
+from model import Flash, partition_of
 
 BLOCK = 128 * 1024
 MIB = 1024 * 1024
@@ -25,10 +28,15 @@ partition_type=0
 [Oem_Partition_Info]
 """
 
-# Of nandsim: microseconds a page, a page, milliseconds a block, nanoseconds a byte out and in. It
-# takes those of model.py's Flash.
-DELAYS = ("do_delays=1 access_delay=25 programm_delay=200 erase_delay=2 output_cycle=50 "
-          "input_cycle=50")
+# What nandsim takes the flash part's time for: microseconds a page, a page, milliseconds a block,
+# nanoseconds a byte. It takes the input cycle for a byte that is read, the other for one written.
+NO_DELAYS = {"access_delay": 0, "programm_delay": 0, "erase_delay": 0, "output_cycle": 0,
+             "input_cycle": 0}
+DELAYS = {
+    "reading": {"access_delay": Flash.read * 1e6, "input_cycle": 1e9 / Flash.bus},
+    "programming": {"programm_delay": Flash.program * 1e6, "output_cycle": 1e9 / Flash.bus},
+    "erasing": {"erase_delay": Flash.erase * 1e3},
+}
 
 # What the updater is told: this image to this partition. It cannot write raw NAND on the way.
 DESCRIPTION = """software =
@@ -80,14 +88,17 @@ def make_folder(tool, folder, mib):
 
 
 def case_lines(mib, bad_percent, rounds, *delays):
-    used = mib * MIB // BLOCK
-    blocks = used + max(used // 5, 4)
-    count = max(blocks * bad_percent // 100, bad_percent > 0)
+    blocks, count = partition_of(mib * MIB // BLOCK, bad_percent)
     bad = sorted(random.Random(1).sample(range(blocks), count))
     case = f"{mib} {blocks} {rounds} {','.join(map(str, bad)) or '-'}"
-    if delays:
-        return f"{case} library\n{case} library {DELAYS}\n"
-    return f"{case} library,mtd_utils,updater,floor\n"
+    if not delays:
+        return f"{case} library,mtd_utils,updater,floor\n"
+    lines = [f"{case} library,pieces,pages"]
+    for name, values in DELAYS.items():
+        arguments = " ".join(f"{key}={value:.0f}" for key, value in (NO_DELAYS | values).items())
+        installers = "library,pieces,pages" if name == "reading" else "library"
+        lines.append(f"{case} {installers} {name} do_delays=1 {arguments}")
+    return "\n".join(lines) + "\n"
 
 
 def main():
