@@ -4,7 +4,7 @@
 
 Usage: coverage.py BUILD_FOLDER
 
-Fails below the ceilings, when lines are not reached that unreached.txt does not name, and when it
+Fails below the floors, when lines are not reached that unreached.txt does not name, and when it
 names lines that are reached or gone.
 """
 
