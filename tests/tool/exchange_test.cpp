@@ -197,7 +197,8 @@ TEST_F(ExchangeTest, ASecondRunDoesNotTakeWhatTheFirstRefused) {
   const Ended second = zozale({"install", "--trust", kTrust});
 
   expect_failed(second, "rootfs2 holds more than its image, and did before this installation\n");
-  EXPECT_TRUE(second.complains("erase the partition, as 'flash_erase /dev/mtd")) << second;
+  EXPECT_TRUE(second.complains("write protection and erase it, as 'flash_erase /dev/mtd"))
+      << second;
   device().partition("rootfs2").wipe();
   EXPECT_EQ(zozale({"install", "--trust", kTrust}).status, 0);
   EXPECT_EQ(record().status(sim::System::b), sim::kStatusBootable);

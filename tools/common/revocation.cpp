@@ -15,6 +15,7 @@ bool is_of(const X509_CRL* list, const X509_NAME* issuer) {
 
 std::vector<X509*> certificates_of(STACK_OF(X509) * chain, const CertificateFile& trust) {
   std::vector<X509*> all;
+  all.reserve(static_cast<size_t>(sk_X509_num(chain)) + trust.certificates.size());
   for (int i = 0; i < sk_X509_num(chain); ++i) {
     all.push_back(sk_X509_value(chain, i));
   }

@@ -103,7 +103,7 @@ Objection left_over(const PlanItem& item, const Flash& flash) {
   return {kExitFailed,
           printable(item.mtd) + " holds more than its image, and did before this installation",
           "erased blocks behind the image", "data behind it that nobody has signed",
-          "erase the partition, as 'flash_erase " + flash.node() +
+          "lift the partition's write protection and erase it, as 'flash_erase " + flash.node() +
               " 0 0' does, then run 'zozale install' again, which writes it anew"};
 }
 
