@@ -73,38 +73,37 @@ std::string difference(const PackageFile& package, Meter& meter, Display& displa
 // Why what an upgrade has done is not taken.
 struct Objection {
   ExitCode code;
-  std::string what;
-  std::string expected;
-  std::string found;
-  std::string next;
+  Trouble trouble;
 };
 
 Objection exchanged(const std::string& found) {
-  return {kExitExchanged, "the package was exchanged while it was installed",
-          "the package that was checked, and its images, in the system that was written", found,
-          kFindWriter};
+  return {kExitExchanged,
+          {"the package was exchanged while it was installed",
+           "the package that was checked, and its images, in the system that was written", found,
+           kFindWriter}};
 }
 
 Objection not_checkable(const std::string& found) {
-  return {kExitFailed, "what was installed cannot be checked",
-          "the package and what was written readable", found,
-          "check the flash and the kernel's log, then run 'zozale install' again"};
+  return {kExitFailed,
+          {"what was installed cannot be checked", "the package and what was written readable",
+           found, "check the flash and the kernel's log, then run 'zozale install' again"}};
 }
 
 Objection not_erased(const PlanItem& item) {
-  return {kExitFailed,
-          printable(item.mtd) + " holds more than its image: a block behind it could not be erased",
-          "erased blocks behind the image", "data behind it, and an erasing failure in the log",
-          "mark the block that the log names as bad, then run 'zozale install' again"};
+  return {
+      kExitFailed,
+      {printable(item.mtd) + " holds more than its image: a block behind it could not be erased",
+       "erased blocks behind the image", "data behind it, and an erasing failure in the log",
+       "mark the block that the log names as bad, then run 'zozale install' again"}};
 }
 
 // The library passes over a partition that holds its image, whatever lies behind.
 Objection left_over(const PlanItem& item, const Flash& flash) {
   return {kExitFailed,
-          printable(item.mtd) + " holds more than its image, and did before this installation",
-          "erased blocks behind the image", "data behind it that nobody has signed",
-          "lift the partition's write protection and erase it, as 'flash_erase " + flash.node() +
-              " 0 0' does, then run 'zozale install' again, which writes it anew"};
+          {printable(item.mtd) + " holds more than its image, and did before this installation",
+           "erased blocks behind the image", "data behind it that nobody has signed",
+           "lift the partition's write protection and erase it, as 'flash_erase " + flash.node() +
+               " 0 0' does, then run 'zozale install' again, which writes it anew"}};
 }
 
 std::string wrong_partitions(const PackageFile& package, const Outcome& outcome) {
@@ -268,12 +267,11 @@ void require_authentic_outcome(Session& session, const PackageFile& package, con
   if (!package.authentic) {
     return;
   }
-  const auto objection = object_or_fail(package, outcome, meter, display);
+  auto objection = object_or_fail(package, outcome, meter, display);
   if (objection) {
-    const std::string taken_back = take_target_back(session.library, outcome.plan.target);
+    objection->trouble.next.insert(0, take_target_back(session.library, outcome.plan.target));
     display.end();
-    throw Failure(objection->code, {objection->what, objection->expected, objection->found,
-                                    taken_back + objection->next});
+    throw Failure(objection->code, objection->trouble);
   }
 }
 
