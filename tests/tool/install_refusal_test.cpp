@@ -92,6 +92,8 @@ TEST_F(RefusalTest, EveryDamagedByteOfAPackage) {
 
 TEST_F(RefusalTest, EveryTruncationOfAPackage) {
   expect_truncations_refused(small_package(), 1);
+  put_package(small_package());
+  EXPECT_EQ(zozale({"install"}).status, 0) << "all of it is good";
 }
 
 struct Kind {
