@@ -90,7 +90,7 @@ def write(results, page, plots):
         "counts": count_table(cells),
         "guest": guest_table(results["guest"]),
         "formula": formula_table(cells),
-        "delays": delay_table(results["delays"]),
+        "delays": delay_table(results["delays"]) if results["delays"] else "",
     }
     text = PLACE.sub(lambda place: place[1] + tables[place[2]] + place[3], page.read_text())
     page.write_text(text)
